@@ -1,0 +1,44 @@
+// The loop shared by the element-wise operators.
+//
+// Their definition is the ascending scalar loop: element i is computed from
+// the operands at index i and stored before element i + 1 is read, also when
+// the output overlaps an input. A vector step that loads a whole chunk and
+// then stores it gives the same bits exactly when no store can reach an
+// input element that a later index reads before the loop would have stored
+// it. That holds when the output starts at or below an input (every store
+// lands on an element already read) or at least one chunk above it (every
+// store lands in a later chunk, before that chunk is loaded). Everything else
+// takes the scalar loop.
+#ifndef NUMBRA_VECTOR_ELEMENTWISE_LOOP_H
+#define NUMBRA_VECTOR_ELEMENTWISE_LOOP_H
+
+#include <cstdint>
+
+#include "vector/lanes128.h"
+
+namespace numbra {
+
+// True when a forward loop of `chunk`-element steps that loads before it
+// stores gives the ascending-loop result for output `out` and input `in`.
+template <typename T>
+inline bool chunked_stores_are_exact(const T* out, const T* in, unsigned long chunk) {
+  const std::uintptr_t o = reinterpret_cast<std::uintptr_t>(out);
+  const std::uintptr_t i = reinterpret_cast<std::uintptr_t>(in);
+  return o <= i || o - i >= chunk * sizeof(T);
+}
+
+// out[i] = op(in[i]...) for i in 0..n-1, ascending. `op` is called with
+// scalars of T and with Lanes128<T>::Vec.
+template <typename T, class Op, class... In>
+inline void map_elements(unsigned long n, T* out, Op op, const In*... in) {
+  using L = Lanes128<T>;
+  unsigned long i = 0;
+  if ((chunked_stores_are_exact(out, in, L::kCount) && ...)) {
+    for (; i + L::kCount <= n; i += L::kCount) L::store(out + i, op(L::load(in + i)...));
+  }
+  for (; i < n; ++i) out[i] = op(in[i]...);
+}
+
+}  // namespace numbra
+
+#endif  // NUMBRA_VECTOR_ELEMENTWISE_LOOP_H
