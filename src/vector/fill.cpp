@@ -4,7 +4,7 @@
 #include <type_traits>
 
 #include "numbra.h"
-#include "vector/lanes128.h"
+#include "vector/elementwise_loop.h"
 
 namespace ZETL {
 namespace numbra {
@@ -14,11 +14,10 @@ void x86VectorFillScalar(unsigned long n, T v, T* y) {
   if constexpr (std::is_same_v<T, unsigned char>) {
     if (n != 0) std::memset(y, v, n);
   } else {
-    using L = ::numbra::Lanes128<T>;
-    const auto lanes = L::splat(v);
-    unsigned long i = 0;
-    for (; i + L::kCount <= n; i += L::kCount) L::store(y + i, lanes);
-    for (; i < n; ++i) y[i] = v;
+    const auto lanes = ::numbra::Lanes128<T>::splat(v);
+    ::numbra::write_elements(
+        n, y, true, true, [v](unsigned long) { return v; },
+        [lanes](unsigned long) { return lanes; });
   }
 }
 

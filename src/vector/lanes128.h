@@ -16,10 +16,17 @@ template <>
 struct Lanes128<float> {
   using Vec = __m128;
   static constexpr unsigned long kCount = 4;
+  static constexpr unsigned long kAlignment = 16;
 
   static Vec load(const float* p) { return _mm_loadu_ps(p); }
   static void store(float* p, Vec v) { _mm_storeu_ps(p, v); }
+  // A store that bypasses the caches; p must be 16-byte aligned.
+  static void stream(float* p, Vec v) { _mm_stream_ps(p, v); }
   static Vec splat(float v) { return _mm_set1_ps(v); }
+  // (a > b) ? a : b and (a < b) ? a : b, lane by lane: b whenever either is
+  // NaN or the two compare equal.
+  static Vec max(Vec a, Vec b) { return _mm_max_ps(a, b); }
+  static Vec min(Vec a, Vec b) { return _mm_min_ps(a, b); }
 
   // x / y, and +0 in the lanes where y == 0. Those lanes divide +0 by 1, so no
   // lane raises a flag that the element-by-element definition would not.
@@ -36,10 +43,14 @@ template <>
 struct Lanes128<double> {
   using Vec = __m128d;
   static constexpr unsigned long kCount = 2;
+  static constexpr unsigned long kAlignment = 16;
 
   static Vec load(const double* p) { return _mm_loadu_pd(p); }
   static void store(double* p, Vec v) { _mm_storeu_pd(p, v); }
+  static void stream(double* p, Vec v) { _mm_stream_pd(p, v); }
   static Vec splat(double v) { return _mm_set1_pd(v); }
+  static Vec max(Vec a, Vec b) { return _mm_max_pd(a, b); }
+  static Vec min(Vec a, Vec b) { return _mm_min_pd(a, b); }
 
   static Vec div_or_zero(Vec x, Vec y) {
     const Vec zero_divisor = _mm_cmpeq_pd(y, _mm_setzero_pd());

@@ -125,6 +125,27 @@ TYPED_TEST(ReduceTest, ExtremesNeverPassTheStartValues) {
   EXPECT_SAME_BITS(T(0), nb::x86VectorSum<T>(9, negative_zeros.data()));
 }
 
+TYPED_TEST(ReduceTest, FirstZeroDecidesTheSignOfAZeroMinimum) {
+  using T = TypeParam;
+  const T nan = std::numeric_limits<T>::quiet_NaN();
+  for (const unsigned long n : {4ul, 5ul, 9ul, 17ul, 33ul}) {
+    for (unsigned long first = 0; first < n; ++first) {
+      for (unsigned long second = first + 1; second < n; ++second) {
+        for (const T first_zero : {-T(0), T(0)}) {
+          std::vector<T> x(n, T(2));
+          x[n / 2] = nan;
+          x[first] = first_zero;
+          x[second] = -first_zero;
+          T lo, hi;
+          nb::x86VectorMaxMin<T>(n, x.data(), &lo, &hi);
+          EXPECT_SAME_BITS(first_zero, lo) << "n=" << n << " zeros at " << first << ", " << second;
+          EXPECT_SAME_BITS(T(2), hi);
+        }
+      }
+    }
+  }
+}
+
 TEST(ReduceDouble, UsesTheFloatLimits) {
   const double tiny = 1e-300;
   EXPECT_SAME_BITS(1.1754943508222875e-38, nb::x86VectorMax<double>(1, &tiny));

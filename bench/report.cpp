@@ -1,0 +1,54 @@
+#include "report.h"
+
+#include <cstdio>
+#include <set>
+
+namespace numbra_bench {
+
+void ComparisonReporter::ReportRuns(const std::vector<Run>& runs) {
+  for (const Run& run : runs) {
+    if (run.run_type != Run::RT_Iteration || run.iterations == 0) continue;
+    const auto bytes = run.counters.find("bytes");
+    if (bytes == run.counters.end()) continue;
+    const std::string name = run.run_name.str();
+    const double seconds = run.real_accumulated_time / double(run.iterations);
+    const auto [entry, added] = by_name_.try_emplace(name, Measure{bytes->second.value, seconds});
+    if (added) {
+      order_.push_back(name);
+    } else if (seconds < entry->second.seconds) {
+      entry->second.seconds = seconds;  // best of the repetitions
+    }
+  }
+}
+
+void ComparisonReporter::Finalize() {
+  std::printf("\n%-34s %10s %10s %10s %10s %9s %9s\n", "operator", "n", "numbra", "scalar",
+              "memcpy", "/memcpy", "/scalar");
+  std::printf("%-34s %10s %10s %10s %10s %9s %9s\n", "", "", "GB/s", "GB/s", "GB/s", "", "");
+  std::set<std::string> done;
+  for (const std::string& name : order_) {
+    const auto first = name.find('/');
+    const auto last = name.rfind('/');
+    if (first == last || name.compare(first + 1, last - first - 1, "numbra") != 0) continue;
+    const std::string op = name.substr(0, first);
+    const std::string n = name.substr(last + 1);
+    const Measure& lib = by_name_[name];
+    const auto scalar = by_name_.find(op + "/scalar/" + n);
+    const auto copy = by_name_.find("memcpy/" + std::to_string(static_cast<long>(lib.bytes)));
+    const double scalar_gbps = scalar != by_name_.end() ? scalar->second.gbps() : 0;
+    const double copy_gbps = copy != by_name_.end() ? copy->second.gbps() : 0;
+    std::printf("%-34s %10s %10.2f %10.2f %10.2f", op.c_str(), n.c_str(), lib.gbps(), scalar_gbps,
+                copy_gbps);
+    if (copy_gbps > 0)
+      std::printf(" %8.0f%%", 100 * lib.gbps() / copy_gbps);
+    else
+      std::printf(" %9s", "-");
+    if (scalar_gbps > 0)
+      std::printf(" %8.2fx", lib.gbps() / scalar_gbps);
+    else
+      std::printf(" %9s", "-");
+    std::printf("\n");
+  }
+}
+
+}  // namespace numbra_bench
