@@ -43,58 +43,69 @@ T x86VectorDot(unsigned long n, const T* x) {
 // may take it over separate strides of x. The minimum may end on a zero,
 // where order decides the sign: then it is the first zero of x, since a zero
 // minimum means that no element is negative.
-template <typename T>
-T x86VectorMax(unsigned long n, const T* x) {
-  using L = ::numbra::Lanes128<T>;
-  auto hi_lanes = L::splat(kMaxStart<T>);
-  unsigned long i = 0;
-  for (; i + L::kCount <= n; i += L::kCount) hi_lanes = L::max(L::load(x + i), hi_lanes);
-  T lanes[L::kCount];
-  L::store(lanes, hi_lanes);
-  T hi = kMaxStart<T>;
-  for (const T lane : lanes) {
-    if (lane > hi) hi = lane;
-  }
-  for (; i < n; ++i) {
-    if (x[i] > hi) hi = x[i];
-  }
-  return hi;
-}
+namespace {
 
 template <typename T>
-void x86VectorMaxMin(unsigned long n, const T* x, T* lo, T* hi) {
+struct Extremes {
+  T lo, hi;
+};
+
+// The extremes of x[0..n), lanes first: two vectors of lanes per extreme,
+// so that the compare chains overlap, each lane over its own stride of x.
+template <typename T, bool kWithMinimum>
+Extremes<T> extremes(unsigned long n, const T* x) {
   using L = ::numbra::Lanes128<T>;
-  auto lo_lanes = L::splat(kMinStart<T>);
-  auto hi_lanes = L::splat(kMaxStart<T>);
+  constexpr unsigned long kStep = 2 * L::kCount;
+  auto hi0 = L::splat(kMaxStart<T>), hi1 = hi0;
+  auto lo0 = L::splat(kMinStart<T>), lo1 = lo0;
   unsigned long i = 0;
-  for (; i + L::kCount <= n; i += L::kCount) {
-    const auto xi = L::load(x + i);
-    lo_lanes = L::min(xi, lo_lanes);
-    hi_lanes = L::max(xi, hi_lanes);
+  for (; i + kStep <= n; i += kStep) {
+    const auto x0 = L::load(x + i);
+    const auto x1 = L::load(x + i + L::kCount);
+    hi0 = L::max(x0, hi0);
+    hi1 = L::max(x1, hi1);
+    if constexpr (kWithMinimum) {
+      lo0 = L::min(x0, lo0);
+      lo1 = L::min(x1, lo1);
+    }
   }
-  T lo_of_lanes[L::kCount], hi_of_lanes[L::kCount];
-  L::store(lo_of_lanes, lo_lanes);
-  L::store(hi_of_lanes, hi_lanes);
-  T min = kMinStart<T>;
-  T max = kMaxStart<T>;
-  for (unsigned long lane = 0; lane < L::kCount; ++lane) {
-    if (min > lo_of_lanes[lane]) min = lo_of_lanes[lane];
-    if (hi_of_lanes[lane] > max) max = hi_of_lanes[lane];
+  T his[kStep], los[kStep];
+  L::store(his, hi0);
+  L::store(his + L::kCount, hi1);
+  L::store(los, lo0);
+  L::store(los + L::kCount, lo1);
+  Extremes<T> e = {kMinStart<T>, kMaxStart<T>};
+  for (unsigned long lane = 0; lane < kStep; ++lane) {
+    if (kWithMinimum && e.lo > los[lane]) e.lo = los[lane];
+    if (his[lane] > e.hi) e.hi = his[lane];
   }
   for (; i < n; ++i) {
-    if (min > x[i]) min = x[i];
-    if (x[i] > max) max = x[i];
+    if (kWithMinimum && e.lo > x[i]) e.lo = x[i];
+    if (x[i] > e.hi) e.hi = x[i];
   }
-  if (min == T(0)) {
+  if (kWithMinimum && e.lo == T(0)) {
     for (unsigned long j = 0;; ++j) {
       if (x[j] == T(0)) {
-        min = x[j];
+        e.lo = x[j];
         break;
       }
     }
   }
-  *lo = min;
-  *hi = max;
+  return e;
+}
+
+}  // namespace
+
+template <typename T>
+T x86VectorMax(unsigned long n, const T* x) {
+  return extremes<T, false>(n, x).hi;
+}
+
+template <typename T>
+void x86VectorMaxMin(unsigned long n, const T* x, T* lo, T* hi) {
+  const Extremes<T> e = extremes<T, true>(n, x);
+  *lo = e.lo;
+  *hi = e.hi;
 }
 
 #define NUMBRA_INSTANTIATE_REDUCTIONS(T)               \
