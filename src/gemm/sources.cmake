@@ -1,0 +1,2 @@
+numbra_target_sources(numbra_mac_x86
+)
