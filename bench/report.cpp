@@ -1,6 +1,7 @@
 #include "report.h"
 
 #include <cstdio>
+#include <cstring>
 #include <set>
 
 namespace numbra_bench {
@@ -49,6 +50,24 @@ void ComparisonReporter::Finalize() {
       std::printf(" %9s", "-");
     std::printf("\n");
   }
+}
+
+int run(int argc, char** argv) {
+  std::vector<char*> args(argv, argv + argc);
+  std::string min_time = "--benchmark_min_time=0.05";
+  std::string repetitions = "--benchmark_repetitions=5";
+  for (std::string* flag : {&min_time, &repetitions}) {
+    const std::string name = flag->substr(0, flag->find('='));
+    bool given = false;
+    for (int i = 1; i < argc; ++i) given |= std::strncmp(argv[i], name.c_str(), name.size()) == 0;
+    if (!given) args.push_back(flag->data());
+  }
+  int count = static_cast<int>(args.size());
+  benchmark::Initialize(&count, args.data());
+  ComparisonReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  benchmark::Shutdown();
+  return 0;
 }
 
 }  // namespace numbra_bench

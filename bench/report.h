@@ -34,6 +34,11 @@ class ComparisonReporter : public benchmark::ConsoleReporter {
   std::vector<std::string> order_;
 };
 
+// Runs the registered benchmarks with the summary reporter. Unless the
+// command line says otherwise, each is measured briefly and repeated five
+// times, and the summary takes the best repetition.
+int run(int argc, char** argv);
+
 }  // namespace numbra_bench
 
 #endif  // NUMBRA_BENCH_REPORT_H

@@ -238,24 +238,7 @@ void register_operators() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Short measurements, repeated: the summary takes the best repetition, and
-  // the whole report runs in a few minutes. Either can be overridden.
-  std::vector<char*> args(argv, argv + argc);
-  std::string min_time = "--benchmark_min_time=0.05";
-  std::string repetitions = "--benchmark_repetitions=5";
-  for (std::string* flag : {&min_time, &repetitions}) {
-    const std::string name = flag->substr(0, flag->find('='));
-    bool given = false;
-    for (int i = 1; i < argc; ++i) given |= std::strncmp(argv[i], name.c_str(), name.size()) == 0;
-    if (!given) args.push_back(flag->data());
-  }
-  int count = static_cast<int>(args.size());
-
   register_operators<float>();
   register_operators<double>();
-  benchmark::Initialize(&count, args.data());
-  numbra_bench::ComparisonReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
+  return numbra_bench::run(argc, argv);
 }
