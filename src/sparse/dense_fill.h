@@ -1,0 +1,94 @@
+// Dense matrix to CSR and CCS: the walks that pick the stored elements. The
+// row walk tests several elements a step through a lane test (SSE here, AVX
+// in dense_scan_avx2.h); the column walk goes down a column with a stride of
+// n elements, one element at a time.
+//
+// Everything here has internal linkage: the files that include it are built
+// for different instruction sets, and must not share one copy.
+#ifndef NUMBRA_SPARSE_DENSE_FILL_H
+#define NUMBRA_SPARSE_DENSE_FILL_H
+
+#include <immintrin.h>
+
+#include <cstddef>
+
+#include "sparse/nonzero.h"
+
+namespace numbra {
+namespace {
+
+// The nonzero test on four elements: bit t of the mask is set when element t
+// passes. The magnitude is compared in float against the largest float the
+// test rejects, which is the double test exactly; NaN fails the ordered
+// comparison.
+struct NonzeroLanes128 {
+  static constexpr int kCount = 4;
+  static bool test(float v) { return is_nonzero(v); }
+  static unsigned mask(const float* p) {
+    const __m128 magnitude = _mm_andnot_ps(_mm_set1_ps(-0.0f), _mm_loadu_ps(p));
+    return static_cast<unsigned>(
+        _mm_movemask_ps(_mm_cmpgt_ps(magnitude, _mm_set1_ps(kNonzeroBelow))));
+  }
+};
+
+// Calls emit(j) for every element row[j] that passes the test of Lanes, j
+// ascending. Vector steps load only whole groups inside the row.
+template <typename Lanes, typename Emit>
+void scan_row(const float* row, int n, Emit emit) {
+  int j = 0;
+  for (; j <= n - Lanes::kCount; j += Lanes::kCount) {
+    for (unsigned mask = Lanes::mask(row + j); mask != 0; mask &= mask - 1) {
+      emit(j + __builtin_ctz(mask));
+    }
+  }
+  for (; j < n; ++j) {
+    if (Lanes::test(row[j])) emit(j);
+  }
+}
+
+template <typename Lanes>
+void fill_csr_from_dense(int m, int n, const float* a, int* rowPtr, int* colIdx, float* val) {
+  rowPtr[0] = 0;
+  if (m < 1) return;
+  if (n < 1) {
+    for (int i = 1; i <= m; ++i) rowPtr[i] = 0;
+    return;
+  }
+  int k = 0;
+  for (int i = 0; i < m; ++i) {
+    const float* row = a + static_cast<std::size_t>(i) * n;
+    scan_row<Lanes>(row, n, [&](int j) {
+      colIdx[k] = j;
+      val[k] = row[j];
+      ++k;
+    });
+    rowPtr[i + 1] = k;
+  }
+}
+
+inline void fill_ccs_from_dense(int m, int n, const float* a, int* colPtr, int* rowIdx,
+                                float* val) {
+  colPtr[0] = 0;
+  if (n < 1) return;
+  if (m < 1) {
+    for (int j = 1; j <= n; ++j) colPtr[j] = 0;
+    return;
+  }
+  int k = 0;
+  for (int j = 0; j < n; ++j) {
+    const float* element = a + j;
+    for (int i = 0; i < m; ++i, element += n) {
+      if (is_nonzero(*element)) {
+        rowIdx[k] = i;
+        val[k] = *element;
+        ++k;
+      }
+    }
+    colPtr[j + 1] = k;
+  }
+}
+
+}  // namespace
+}  // namespace numbra
+
+#endif  // NUMBRA_SPARSE_DENSE_FILL_H
