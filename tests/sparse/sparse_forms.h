@@ -27,10 +27,11 @@ using numbra_test::from_bits;
 inline float below_threshold() { return from_bits<float>(0x322BCC77u); }
 inline float above_threshold() { return from_bits<float>(0x322BCC78u); }
 
-// Values for matrices and vectors: mostly ordinary, with the threshold
-// neighbours of both signs, tiny values, zeros of both signs, NaN and
-// infinities mixed in.
-inline std::vector<float> edge_values(std::size_t n, std::uint32_t seed) {
+// Values for matrices and vectors: of mixed sign and magnitude, with one in
+// `one_in` replaced by a value that the nonzero test or the arithmetic treats
+// specially: the threshold neighbours of both signs, tiny values, zeros of
+// both signs, NaN and infinities.
+inline std::vector<float> edge_values(std::size_t n, std::uint32_t seed, int one_in = 4) {
   const float inf = std::numeric_limits<float>::infinity();
   const float specials[] = {below_threshold(),
                             -below_threshold(),
@@ -44,12 +45,12 @@ inline std::vector<float> edge_values(std::size_t n, std::uint32_t seed) {
                             inf,
                             -inf,
                             1e-8f};
-  std::vector<float> v = numbra_test::mixed_values<float>(n, seed);
-  std::mt19937 gen(seed ^ 0x5bd1e995u);
-  std::uniform_int_distribution<int> pick(0, 11);
-  std::uniform_int_distribution<int> often(0, 3);
+  std::mt19937 gen(seed);
+  std::uniform_real_distribution<float> mantissa(-2.0f, 2.0f);
+  std::uniform_int_distribution<int> exponent(-6, 6), pick(0, 11), special(1, one_in);
+  std::vector<float> v(n);
   for (float& x : v) {
-    if (often(gen) == 0) x = specials[pick(gen)];
+    x = special(gen) == 1 ? specials[pick(gen)] : std::ldexp(mantissa(gen), exponent(gen));
   }
   return v;
 }
