@@ -13,7 +13,10 @@ void ComparisonReporter::ReportRuns(const std::vector<Run>& runs) {
     if (bytes == run.counters.end()) continue;
     const std::string name = run.run_name.str();
     const double seconds = run.real_accumulated_time / double(run.iterations);
-    const auto [entry, added] = by_name_.try_emplace(name, Measure{bytes->second.value, seconds});
+    const auto entries = run.counters.find("entries");
+    const double entry_count = entries != run.counters.end() ? entries->second.value : 0;
+    const auto [entry, added] =
+        by_name_.try_emplace(name, Measure{bytes->second.value, seconds, entry_count});
     if (added) {
       order_.push_back(name);
     } else if (seconds < entry->second.seconds) {
@@ -23,6 +26,11 @@ void ComparisonReporter::ReportRuns(const std::vector<Run>& runs) {
 }
 
 void ComparisonReporter::Finalize() {
+  bool any_elementwise = false;
+  for (const std::string& name : order_) {
+    any_elementwise |= by_name_[name].entries == 0 && name.find("/numbra/") != std::string::npos;
+  }
+  if (!any_elementwise) return PrintEntryTable();
   std::printf("\n%-34s %10s %10s %10s %10s %9s %9s\n", "operator", "n", "numbra", "scalar",
               "memcpy", "/memcpy", "/scalar");
   std::printf("%-34s %10s %10s %10s %10s %9s %9s\n", "", "", "GB/s", "GB/s", "GB/s", "", "");
@@ -34,6 +42,7 @@ void ComparisonReporter::Finalize() {
     const std::string op = name.substr(0, first);
     const std::string n = name.substr(last + 1);
     const Measure& lib = by_name_[name];
+    if (lib.entries > 0) continue;
     const auto scalar = by_name_.find(op + "/scalar/" + n);
     const auto copy = by_name_.find("memcpy/" + std::to_string(static_cast<long>(lib.bytes)));
     const double scalar_gbps = scalar != by_name_.end() ? scalar->second.gbps() : 0;
@@ -46,6 +55,39 @@ void ComparisonReporter::Finalize() {
       std::printf(" %9s", "-");
     if (scalar_gbps > 0)
       std::printf(" %8.2fx", lib.gbps() / scalar_gbps);
+    else
+      std::printf(" %9s", "-");
+    std::printf("\n");
+  }
+  PrintEntryTable();
+}
+
+void ComparisonReporter::PrintEntryTable() {
+  bool header = false;
+  for (const std::string& name : order_) {
+    const Measure& m = by_name_[name];
+    const bool is_read = name.compare(0, 11, "streamread/") == 0;
+    if (m.entries == 0 && !is_read) continue;
+    if (!header) {
+      std::printf("\n%-44s %10s %9s %9s %11s %9s\n", "sparse operator/variant/n", "entries",
+                  "ns/entry", "GB/s", "/streamread", "/eigen");
+      header = true;
+    }
+    if (is_read) {
+      std::printf("%-44s %10s %9s %9.2f\n", name.c_str(), "-", "-", m.gbps());
+      continue;
+    }
+    std::printf("%-44s %10.0f %9.3f %9.2f", name.c_str(), m.entries, m.seconds * 1e9 / m.entries,
+                m.gbps());
+    const auto read = by_name_.find("streamread/" + std::to_string(static_cast<long>(m.bytes)));
+    if (read != by_name_.end() && read->second.gbps() > 0)
+      std::printf(" %10.0f%%", 100 * m.gbps() / read->second.gbps());
+    else
+      std::printf(" %11s", "-");
+    const auto first = name.find('/'), last = name.rfind('/');
+    const auto peer = by_name_.find(name.substr(0, first) + "/eigen" + name.substr(last));
+    if (name.compare(first, last - first + 1, "/numbra/") == 0 && peer != by_name_.end())
+      std::printf(" %8.2fx", peer->second.seconds / m.seconds);
     else
       std::printf(" %9s", "-");
     std::printf("\n");

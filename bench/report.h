@@ -8,6 +8,11 @@
 // "memcpy/<bytes>" copy half of that many bytes, moving the same traffic.
 // On a shared machine the best of the repetitions is the one least disturbed,
 // so that is what the summary shows.
+//
+// Benchmarks that also set the counter "entries" (stored entries of a sparse
+// matrix per iteration) go to a second table instead: time per entry, GB/s,
+// the share of "streamread/<bytes>" (a plain read of that many bytes) and,
+// for the library, its speed against "<operator>/eigen/<n>".
 #ifndef NUMBRA_BENCH_REPORT_H
 #define NUMBRA_BENCH_REPORT_H
 
@@ -23,11 +28,13 @@ class ComparisonReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override;
   void Finalize() override;
+  void PrintEntryTable();
 
  private:
   struct Measure {
     double bytes = 0;
     double seconds = 0;
+    double entries = 0;
     double gbps() const { return seconds > 0 ? bytes / seconds * 1e-9 : 0; }
   };
   std::map<std::string, Measure> by_name_;

@@ -50,7 +50,14 @@ void coo_sort(int, int, unsigned long nnz, const int* cooRow, const int* cooCol,
   std::vector<coo_f> entries;
   entries.reserve(nnz);
   for (unsigned long e = 0; e < nnz; ++e) entries.push_back({cooRow[e], cooCol[e], cooVal[e]});
-  std::sort(entries.begin(), entries.end(), order == 0 ? compare_rowMajor : compare_colMajor);
+  // Through lambdas, so that the sort inlines the comparison.
+  if (order == 0) {
+    std::sort(entries.begin(), entries.end(),
+              [](coo_f a, coo_f b) { return compare_rowMajor(a, b); });
+  } else {
+    std::sort(entries.begin(), entries.end(),
+              [](coo_f a, coo_f b) { return compare_colMajor(a, b); });
+  }
   for (unsigned long e = 0; e < nnz; ++e) {
     outRow[e] = entries[e].row;
     outCol[e] = entries[e].col;

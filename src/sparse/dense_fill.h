@@ -1,7 +1,6 @@
 // Dense matrix to CSR and CCS: the walks that pick the stored elements. The
 // row walk tests several elements a step through a lane test (SSE here, AVX
-// in dense_scan_avx2.h); the column walk goes down a column with a stride of
-// n elements, one element at a time.
+// in dense_scan_avx2.h); the column walk goes down strips of columns.
 //
 // Everything here has internal linkage: the files that include it are built
 // for different instruction sets, and must not share one copy.
@@ -32,10 +31,20 @@ struct NonzeroLanes128 {
 };
 
 // Calls emit(j) for every element row[j] that passes the test of Lanes, j
-// ascending. Vector steps load only whole groups inside the row.
+// ascending. The tests of 64 elements are gathered into one mask first, so
+// that the branches follow the stored elements rather than every group.
+// Vector steps load only whole groups inside the row.
 template <typename Lanes, typename Emit>
 void scan_row(const float* row, int n, Emit emit) {
+  constexpr int kChunk = 64;
   int j = 0;
+  for (; j <= n - kChunk; j += kChunk) {
+    unsigned long long mask = 0;
+    for (int g = 0; g < kChunk; g += Lanes::kCount) {
+      mask |= static_cast<unsigned long long>(Lanes::mask(row + j + g)) << g;
+    }
+    for (; mask != 0; mask &= mask - 1) emit(j + __builtin_ctzll(mask));
+  }
   for (; j <= n - Lanes::kCount; j += Lanes::kCount) {
     for (unsigned mask = Lanes::mask(row + j); mask != 0; mask &= mask - 1) {
       emit(j + __builtin_ctz(mask));
@@ -66,6 +75,48 @@ void fill_csr_from_dense(int m, int n, const float* a, int* rowPtr, int* colIdx,
   }
 }
 
+// The column walk for strips of 256 columns: the strip is read row by row,
+// twice, which touches each page of the matrix a few times rather than once
+// per column. The first pass counts the entries of each column in vector
+// lanes, which places every column of the strip; the second drops each entry
+// at its column's cursor, 64 columns a mask. Rows are visited in ascending
+// order, so each column keeps its row order.
+constexpr int kStripColumns = 256;
+
+inline void fill_ccs_strip(int m, int n, const float* strip, int* colPtr, int* rowIdx, float* val) {
+  const __m128 sign = _mm_set1_ps(-0.0f), below = _mm_set1_ps(kNonzeroBelow);
+  alignas(16) int count[kStripColumns] = {};
+  const float* row = strip;
+  for (int i = 0; i < m; ++i, row += n) {
+    for (int c = 0; c < kStripColumns; c += 4) {
+      __m128i* slot = reinterpret_cast<__m128i*>(count + c);
+      const __m128 magnitude = _mm_andnot_ps(sign, _mm_loadu_ps(row + c));
+      const __m128 pass = _mm_cmpgt_ps(magnitude, below);
+      _mm_store_si128(slot, _mm_sub_epi32(_mm_load_si128(slot), _mm_castps_si128(pass)));
+    }
+  }
+  int cursor[kStripColumns];
+  for (int c = 0; c < kStripColumns; ++c) {
+    cursor[c] = colPtr[c];
+    colPtr[c + 1] = colPtr[c] + count[c];
+  }
+  row = strip;
+  for (int i = 0; i < m; ++i, row += n) {
+    for (int chunk = 0; chunk < kStripColumns; chunk += 64) {
+      unsigned long long mask = 0;
+      for (int g = 0; g < 64; g += 4) {
+        mask |= static_cast<unsigned long long>(NonzeroLanes128::mask(row + chunk + g)) << g;
+      }
+      for (; mask != 0; mask &= mask - 1) {
+        const int c = chunk + __builtin_ctzll(mask);
+        rowIdx[cursor[c]] = i;
+        val[cursor[c]] = row[c];
+        ++cursor[c];
+      }
+    }
+  }
+}
+
 inline void fill_ccs_from_dense(int m, int n, const float* a, int* colPtr, int* rowIdx,
                                 float* val) {
   colPtr[0] = 0;
@@ -74,8 +125,12 @@ inline void fill_ccs_from_dense(int m, int n, const float* a, int* colPtr, int* 
     for (int j = 1; j <= n; ++j) colPtr[j] = 0;
     return;
   }
-  int k = 0;
-  for (int j = 0; j < n; ++j) {
+  int j = 0;
+  for (; j <= n - kStripColumns; j += kStripColumns) {
+    fill_ccs_strip(m, n, a + j, colPtr + j, rowIdx, val);
+  }
+  int k = colPtr[j];
+  for (; j < n; ++j) {
     const float* element = a + j;
     for (int i = 0; i < m; ++i, element += n) {
       if (is_nonzero(*element)) {

@@ -54,6 +54,9 @@ void bcsr_product(int m, int n, int blk, const int* blockPtr, const unsigned sho
       const unsigned short* blockEnd = rowLen + blockPtr[bi * grid.nb + bj + 1];
       for (int r = 0; count < blockEnd; ++r, ++count) {
         const int length = *count;
+        // An empty run adds +0, which leaves yb[r] as it is: an element of y
+        // is never -0, since it starts at +0 and a run's sum never is -0.
+        if (length == 0) continue;
         const float s = dot(xb, colIdx, val, length);
         yb[r] = s + yb[r];
         colIdx += length;

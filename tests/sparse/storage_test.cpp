@@ -89,9 +89,10 @@ TEST(SparseNonZeros, ThresholdAndSpecialValues) {
   EXPECT_EQ(sparse_denseGetNonZeros<float>(-4, -10, infs.data()), 0u);
 }
 
-// Matrix shapes on both sides of the 4- and 8-element steps of the walks.
+// Matrix shapes on both sides of the 4- and 8-element steps, the 64-element
+// chunks and the 256-column strips of the walks.
 const int kRows[] = {1, 2, 3, 5, 8, 13};
-const int kCols[] = {1, 3, 4, 5, 7, 8, 9, 15, 16, 17, 33};
+const int kCols[] = {1, 3, 4, 5, 7, 8, 9, 15, 16, 17, 33, 63, 64, 65, 255, 256, 257, 530};
 
 TEST(SparseDenseConversion, MatchesTheDefinition) {
   std::uint32_t seed = 1;
