@@ -48,7 +48,7 @@ void compress_blocks(int m, int n, const int* ptr, const int* idx, const float* 
       }
     }
   }
-  std::memset(lineLen, 0, static_cast<std::size_t>(blockPtr[nblocks]) * 2);
+  numbra::clear_bytes(lineLen, static_cast<std::size_t>(blockPtr[nblocks]) * 2);
 
   blockStart[0] = 0;
   for (int b = 1; b < nblocks; ++b) blockStart[b] = blockStart[b - 1] + blockCount[b - 1];

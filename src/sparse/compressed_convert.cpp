@@ -32,9 +32,9 @@ void compress_coo(int len, unsigned long nnz, const int* cooRow, const int* cooC
   float* sortedVal = static_cast<float*>(std::malloc(bytes));
   coo_sort<float>(0, 0, nnz, cooRow, cooCol, cooVal, sortedRow, sortedCol, sortedVal, order);
   const int* major = order == 0 ? sortedRow : sortedCol;
-  std::memcpy(minorIdx, order == 0 ? sortedCol : sortedRow, bytes);
-  std::memcpy(val, sortedVal, bytes);
-  std::memset(ptr, 0, static_cast<std::size_t>(len) * sizeof(int) + sizeof(int));
+  numbra::copy_bytes(minorIdx, order == 0 ? sortedCol : sortedRow, bytes);
+  numbra::copy_bytes(val, sortedVal, bytes);
+  numbra::clear_bytes(ptr, static_cast<std::size_t>(len) * sizeof(int) + sizeof(int));
   for (unsigned long e = 0; e < nnz; ++e) ++ptr[major[e] + 1];
   for (int i = 1; i <= len; ++i) ptr[i] += ptr[i - 1];
   std::free(sortedRow);

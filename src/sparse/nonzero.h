@@ -1,9 +1,12 @@
-// What the sparse forms count as a stored element of a dense matrix, and the
-// block grid shared by the block forms.
+// What the sparse forms count as a stored element of a dense matrix, the
+// block grid shared by the block forms, and the byte moves of the sparse
+// code, which accept the null pointer a caller may pass for an empty array.
 #ifndef NUMBRA_SPARSE_NONZERO_H
 #define NUMBRA_SPARSE_NONZERO_H
 
 #include <cmath>
+#include <cstddef>
+#include <cstring>
 
 namespace numbra {
 
@@ -24,6 +27,14 @@ struct BlockGrid {
   int mb, nb;
   int blocks() const { return mb * nb; }
 };
+
+inline void clear_bytes(void* p, std::size_t bytes) {
+  if (bytes != 0) std::memset(p, 0, bytes);
+}
+
+inline void copy_bytes(void* to, const void* from, std::size_t bytes) {
+  if (bytes != 0) std::memcpy(to, from, bytes);
+}
 
 }  // namespace numbra
 

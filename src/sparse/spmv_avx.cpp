@@ -39,7 +39,7 @@ void x86SBCSRSpmv_unroll(int m, int n, int blk, const int* blockPtr, const unsig
 
 void x86SCCSSpmv_unroll(int m, int n, const int* colPtr, const int* rowIdx, const float* val,
                         const float* x, float* y) {
-  std::memset(y, 0, static_cast<std::size_t>(m) * sizeof(float));
+  numbra::clear_bytes(y, static_cast<std::size_t>(m) * sizeof(float));
   for (int j = 0; j < n; ++j) {
     const int e0 = colPtr[j];
     numbra::scatter_column(x[j], static_cast<long>(colPtr[j + 1]) - e0, rowIdx + e0, val + e0, y);
@@ -51,7 +51,7 @@ void x86SCCSSpmv_unroll(int m, int n, const int* colPtr, const int* rowIdx, cons
 void x86SBCCSSpmv_unroll(int m, int n, int blk, const int* blockPtr, const unsigned short* colLen,
                          const unsigned short* rowIdx, const float* val, const float* x, float* y) {
   const numbra::BlockGrid grid(m, n, blk);
-  std::memset(y, 0, static_cast<std::size_t>(m) * sizeof(float));
+  numbra::clear_bytes(y, static_cast<std::size_t>(m) * sizeof(float));
   if (grid.mb < 1) return;
   const unsigned short* count = colLen;
   for (int bi = 0; bi < grid.mb; ++bi) {

@@ -44,7 +44,7 @@ void bcsr_product(int m, int n, int blk, const int* blockPtr, const unsigned sho
                   const unsigned short* colIdx, const float* val, const float* x, float* y,
                   RunDot dot) {
   const BlockGrid grid(m, n, blk);
-  std::memset(y, 0, static_cast<std::size_t>(m) * sizeof(float));
+  clear_bytes(y, static_cast<std::size_t>(m) * sizeof(float));
   if (grid.mb < 1 || grid.nb < 1) return;
   const unsigned short* count = rowLen;
   for (int bi = 0; bi < grid.mb; ++bi) {
