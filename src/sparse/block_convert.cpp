@@ -73,6 +73,21 @@ void compress_blocks(int m, int n, const int* ptr, const int* idx, const float* 
   std::free(blockStart);
 }
 
+// COO to a block form by way of a temporary CSR (or CCS) form.
+template <bool kByColumns>
+void coo_to_blocks(int m, int n, unsigned long nnz, const int* cooRow, const int* cooCol,
+                   const float* cooVal, int blk, int* blockPtr, unsigned short* lineLen,
+                   unsigned short* outIdx, float* outVal) {
+  numbra::TemporaryCompressed c(kByColumns ? n : m, nnz);
+  if (kByColumns) {
+    sparse_coo2ccs(m, n, nnz, cooRow, cooCol, cooVal, c.ptr, c.idx, c.val);
+  } else {
+    sparse_coo2csr(m, n, nnz, cooRow, cooCol, cooVal, c.ptr, c.idx, c.val);
+  }
+  compress_blocks<kByColumns>(m, n, c.ptr, c.idx, c.val, blk, blockPtr, lineLen, outIdx, outVal);
+  c.release();
+}
+
 }  // namespace
 
 template <typename T>
@@ -91,20 +106,14 @@ template <typename T>
 void sparse_coo2bcsr(int m, int n, unsigned long nnz, const int* cooRow, const int* cooCol,
                      const T* cooVal, int blk, int* blockPtr, unsigned short* rowLen,
                      unsigned short* outColIdx, T* outVal) {
-  numbra::TemporaryCompressed csr(m, nnz);
-  sparse_coo2csr(m, n, nnz, cooRow, cooCol, cooVal, csr.ptr, csr.idx, csr.val);
-  sparse_csr2bcsr(m, n, nnz, csr.ptr, csr.idx, csr.val, blk, blockPtr, rowLen, outColIdx, outVal);
-  csr.release();
+  coo_to_blocks<false>(m, n, nnz, cooRow, cooCol, cooVal, blk, blockPtr, rowLen, outColIdx, outVal);
 }
 
 template <typename T>
 void sparse_coo2bccs(int m, int n, unsigned long nnz, const int* cooRow, const int* cooCol,
                      const T* cooVal, int blk, int* blockPtr, unsigned short* colLen,
                      unsigned short* outRowIdx, T* outVal) {
-  numbra::TemporaryCompressed ccs(n, nnz);
-  sparse_coo2ccs(m, n, nnz, cooRow, cooCol, cooVal, ccs.ptr, ccs.idx, ccs.val);
-  sparse_ccs2bccs(m, n, nnz, ccs.ptr, ccs.idx, ccs.val, blk, blockPtr, colLen, outRowIdx, outVal);
-  ccs.release();
+  coo_to_blocks<true>(m, n, nnz, cooRow, cooCol, cooVal, blk, blockPtr, colLen, outRowIdx, outVal);
 }
 
 template void sparse_csr2bcsr<float>(int, int, unsigned long, int*, int*, float*, int, int*,

@@ -11,22 +11,34 @@ constexpr unsigned long kValueBytes = sizeof(float);
 
 unsigned long pointerBytes(int len) { return static_cast<unsigned long>(len) * kIndexBytes + 4; }
 
+void compressed_sizes(int len, unsigned long nnz, unsigned long& ptrBytes, unsigned long& idxBytes,
+                      unsigned long& valBytes) {
+  ptrBytes = pointerBytes(len);
+  idxBytes = nnz * kIndexBytes;
+  valBytes = nnz * kValueBytes;
+}
+
+void block_sizes(const numbra::BlockGrid& grid, unsigned long counts, unsigned long nnz,
+                 unsigned long& blockPtrBytes, unsigned long& lenBytes, unsigned long& idxBytes,
+                 unsigned long& valBytes) {
+  blockPtrBytes = pointerBytes(grid.blocks());
+  lenBytes = counts * kLocalBytes;
+  idxBytes = nnz * kLocalBytes;
+  valBytes = nnz * kValueBytes;
+}
+
 }  // namespace
 
 template <typename T>
 void sparse_csr_getSize(int m, int, unsigned long nnz, unsigned long& rowPtrBytes,
                         unsigned long& colIdxBytes, unsigned long& valBytes) {
-  rowPtrBytes = pointerBytes(m);
-  colIdxBytes = nnz * kIndexBytes;
-  valBytes = nnz * kValueBytes;
+  compressed_sizes(m, nnz, rowPtrBytes, colIdxBytes, valBytes);
 }
 
 template <typename T>
 void sparse_ccs_getSize(int, int n, unsigned long nnz, unsigned long& colPtrBytes,
                         unsigned long& rowIdxBytes, unsigned long& valBytes) {
-  colPtrBytes = pointerBytes(n);
-  rowIdxBytes = nnz * kIndexBytes;
-  valBytes = nnz * kValueBytes;
+  compressed_sizes(n, nnz, colPtrBytes, rowIdxBytes, valBytes);
 }
 
 // One count per row of each block row in BCSR (m * nb), per column of each
@@ -36,10 +48,8 @@ void sparse_bcsr_getSize(int m, int n, unsigned long nnz, int blk, unsigned long
                          unsigned long& rowLenBytes, unsigned long& colIdxBytes,
                          unsigned long& valBytes) {
   const numbra::BlockGrid grid(m, n, blk);
-  blockPtrBytes = pointerBytes(grid.blocks());
-  rowLenBytes = static_cast<unsigned long>(m) * grid.nb * kLocalBytes;
-  colIdxBytes = nnz * kLocalBytes;
-  valBytes = nnz * kValueBytes;
+  block_sizes(grid, static_cast<unsigned long>(m) * grid.nb, nnz, blockPtrBytes, rowLenBytes,
+              colIdxBytes, valBytes);
 }
 
 template <typename T>
@@ -47,10 +57,8 @@ void sparse_bccs_getSize(int m, int n, unsigned long nnz, int blk, unsigned long
                          unsigned long& colLenBytes, unsigned long& rowIdxBytes,
                          unsigned long& valBytes) {
   const numbra::BlockGrid grid(m, n, blk);
-  blockPtrBytes = pointerBytes(grid.blocks());
-  colLenBytes = static_cast<unsigned long>(n) * grid.mb * kLocalBytes;
-  rowIdxBytes = nnz * kLocalBytes;
-  valBytes = nnz * kValueBytes;
+  block_sizes(grid, static_cast<unsigned long>(n) * grid.mb, nnz, blockPtrBytes, colLenBytes,
+              rowIdxBytes, valBytes);
 }
 
 template void sparse_csr_getSize<float>(int, int, unsigned long, unsigned long&, unsigned long&,

@@ -117,25 +117,33 @@ Blocked block_runs(int m, int n, int blk, bool by_columns, std::uint32_t seed) {
   return b;
 }
 
-std::vector<float> bcsr_product(int m, int n, int blk, const Blocked& b,
-                                const std::vector<float>& x,
-                                float (*dot)(const float*, const unsigned short*, const float*,
-                                             int)) {
+// Calls visit(bi, bj, line, first, count) for every line of every block in
+// grid order, where the line's count entries start at entry `first`.
+template <typename Visit>
+void for_each_block_line(int m, int n, int blk, const Blocked& b, Visit visit) {
   const int mb = (m + blk - 1) / blk, nb_ = (n + blk - 1) / blk;
-  std::vector<float> y(m, 0.0f);
-  int offset = 0;
+  int first = 0;
   for (int bi = 0; bi < mb; ++bi) {
     for (int bj = 0; bj < nb_; ++bj) {
       const int block = bi * nb_ + bj;
       for (int k = b.blockPtr[block]; k < b.blockPtr[block + 1]; ++k) {
-        const int row = bi * blk + k - b.blockPtr[block];
-        const float s =
-            dot(x.data() + bj * blk, b.idx.data() + offset, b.val.data() + offset, b.len[k]);
-        y[row] = s + y[row];
-        offset += b.len[k];
+        visit(bi, bj, k - b.blockPtr[block], first, b.len[k]);
+        first += b.len[k];
       }
     }
   }
+}
+
+// Each local row adds its run's dot product to its element of y.
+std::vector<float> bcsr_product(int m, int n, int blk, const Blocked& b,
+                                const std::vector<float>& x,
+                                float (*dot)(const float*, const unsigned short*, const float*,
+                                             int)) {
+  std::vector<float> y(m, 0.0f);
+  for_each_block_line(m, n, blk, b, [&](int bi, int bj, int line, int first, int count) {
+    const float s = dot(x.data() + bj * blk, b.idx.data() + first, b.val.data() + first, count);
+    y[bi * blk + line] = s + y[bi * blk + line];
+  });
   return y;
 }
 
@@ -143,22 +151,15 @@ std::vector<float> bcsr_product(int m, int n, int blk, const Blocked& b,
 // passes the nonzero test, in column order.
 std::vector<float> bccs_product(int m, int n, int blk, const Blocked& b,
                                 const std::vector<float>& x) {
-  const int mb = (m + blk - 1) / blk, nb_ = (n + blk - 1) / blk;
   std::vector<float> y(m, 0.0f);
-  int offset = 0;
-  for (int bi = 0; bi < mb; ++bi) {
-    for (int bj = 0; bj < nb_; ++bj) {
-      const int block = bi * nb_ + bj;
-      for (int k = b.blockPtr[block]; k < b.blockPtr[block + 1]; ++k, offset += b.len[k - 1]) {
-        const float xv = x[bj * blk + k - b.blockPtr[block]];
-        if (!stored(xv)) continue;
-        for (int e = offset; e < offset + b.len[k]; ++e) {
-          const int row = bi * blk + b.idx[e];
-          y[row] = add_product(y[row], xv, b.val[e]);
-        }
-      }
+  for_each_block_line(m, n, blk, b, [&](int bi, int bj, int line, int first, int count) {
+    const float xv = x[bj * blk + line];
+    if (!stored(xv)) return;
+    for (int e = first; e < first + count; ++e) {
+      const int row = bi * blk + b.idx[e];
+      y[row] = add_product(y[row], xv, b.val[e]);
     }
-  }
+  });
   return y;
 }
 
