@@ -1,6 +1,8 @@
 // What the sparse forms count as a stored element of a dense matrix, the
 // block grid shared by the block forms, and the byte moves of the sparse
 // code, which accept the null pointer a caller may pass for an empty array.
+//
+// Internal linkage: included by files built for different instruction sets.
 #ifndef NUMBRA_SPARSE_NONZERO_H
 #define NUMBRA_SPARSE_NONZERO_H
 
@@ -9,6 +11,7 @@
 #include <cstring>
 
 namespace numbra {
+namespace {
 
 // An element is stored when its magnitude, widened to double, lies strictly
 // above 1e-8. A NaN fails, an infinity passes.
@@ -36,6 +39,7 @@ inline void copy_bytes(void* to, const void* from, std::size_t bytes) {
   if (bytes != 0) std::memcpy(to, from, bytes);
 }
 
+}  // namespace
 }  // namespace numbra
 
 #endif  // NUMBRA_SPARSE_NONZERO_H

@@ -166,6 +166,7 @@ TEST(SparseSplit, EveryFormAgainstTheWalks) {
   for (int m : {1, 2, 7, 20}) {
     for (int n : {1, 5, 19}) {
       const std::vector<float> dense = random_dense(m, n, 0.5, ++seed);
+      const auto guarded_dense = guarded(dense);
       const Compressed csr = csr_of_dense(m, n, dense), ccs = ccs_of_dense(m, n, dense);
       const unsigned long nnz = csr.val.size();
       std::vector<int> row_counts(m + 1, 0), col_counts(n + 1, 0), pos_rows(m + 1, 0),
@@ -191,16 +192,16 @@ TEST(SparseSplit, EveryFormAgainstTheWalks) {
                     count_walk(dim ? pos_cols : pos_rows, positive, parts));
           EXPECT_EQ(split_into(parts,
                                [&](int* idx) {
-                                 sparse_split_csr_lb_nz<float>(m, n, nnz, csr.ptr.data(),
-                                                               csr.idx.data(), csr.val.data(),
-                                                               parts, dim, idx);
+                                 nb::sparse_matrix_split_csr_lb_nz<float>(
+                                     m, n, nnz, csr.ptr.data(), csr.idx.data(), csr.val.data(),
+                                     parts, dim, idx);
                                }),
                     dim ? count_walk(col_counts, nnz, parts) : pointer_walk(csr.ptr, nnz, parts));
           EXPECT_EQ(split_into(parts,
                                [&](int* idx) {
-                                 sparse_split_ccs_lb_nz<float>(m, n, nnz, ccs.ptr.data(),
-                                                               ccs.idx.data(), ccs.val.data(),
-                                                               parts, dim, idx);
+                                 nb::sparse_matrix_split_ccs_lb_nz<float>(
+                                     m, n, nnz, ccs.ptr.data(), ccs.idx.data(), ccs.val.data(),
+                                     parts, dim, idx);
                                }),
                     dim ? pointer_walk(ccs.ptr, nnz, parts) : count_walk(row_counts, nnz, parts));
 
@@ -226,27 +227,6 @@ TEST(SparseSplit, EveryFormAgainstTheWalks) {
         }
       }
     }
-  }
-}
-
-TEST(SparseSplit, ForwardsAgreeWithTheGlobalLayer) {
-  const std::vector<int> ptr = {0, 2, 3, 7}, idx = {0, 1, 2, 0, 1, 2, 2};
-  const std::vector<float> val(7, 1.0f);
-  for (int dim : {0, 1}) {
-    const auto global = split_into(3, [&](int* out) {
-      sparse_split_csr_lb_nz<float>(3, 3, 7, ptr.data(), idx.data(), val.data(), 3, dim, out);
-    });
-    EXPECT_EQ(split_into(3,
-                         [&](int* out) {
-                           nb::sparse_matrix_split_csr_lb_nz<float>(3, 3, 7, ptr.data(), idx.data(),
-                                                                    val.data(), 3, dim, out);
-                         }),
-              global);
-    const auto ccs = split_into(3, [&](int* out) {
-      nb::sparse_matrix_split_ccs_lb_nz<float>(3, 3, 7, ptr.data(), idx.data(), val.data(), 3,
-                                               1 - dim, out);
-    });
-    EXPECT_EQ(ccs, global);
   }
 }
 
