@@ -13,6 +13,24 @@
 
 namespace {
 
+// Division by blk of the coordinates of a form, which are never negative:
+// the high half of a product with the 64-bit reciprocal, exact for every
+// 32-bit dividend, in place of a hardware division per entry.
+class BlockDivider {
+ public:
+  explicit BlockDivider(int blk)
+      : reciprocal_(blk > 1 ? ~0ull / static_cast<unsigned>(blk) + 1 : 0) {}
+  int operator()(int v) const {
+    if (reciprocal_ == 0) return v;
+    const unsigned __int128 product =
+        static_cast<unsigned __int128>(reciprocal_) * static_cast<unsigned>(v);
+    return static_cast<int>(product >> 64);
+  }
+
+ private:
+  unsigned long long reciprocal_;
+};
+
 // The compressed source runs along `outer` lines (rows for BCSR, columns for
 // BCCS); its entries carry the `inner` coordinate. Each block keeps one count
 // per outer line it covers, so blockPtr advances by the block's extent along
@@ -24,6 +42,7 @@ void compress_blocks(int m, int n, const int* ptr, const int* idx, const float* 
   const numbra::BlockGrid grid(m, n, blk);
   const int nblocks = grid.blocks();
   const int outerCount = kByColumns ? n : m;
+  const BlockDivider blockIndex(blk);
   blockPtr[0] = 0;
 
   auto blockOf = [&](int outerBlock, int innerBlock) {
@@ -36,7 +55,7 @@ void compress_blocks(int m, int n, const int* ptr, const int* idx, const float* 
       static_cast<std::int64_t*>(std::malloc((nblocks + 1) * sizeof(std::int64_t)));
 
   for (int o = 0; o < outerCount; ++o) {
-    for (int e = ptr[o]; e < ptr[o + 1]; ++e) ++blockCount[blockOf(o / blk, idx[e] / blk)];
+    for (int e = ptr[o]; e < ptr[o + 1]; ++e) ++blockCount[blockOf(o / blk, blockIndex(idx[e]))];
   }
 
   if (grid.mb > 0 && grid.nb > 0) {
@@ -58,7 +77,7 @@ void compress_blocks(int m, int n, const int* ptr, const int* idx, const float* 
     const int local = o - outerBlock * blk;
     for (int e = ptr[o]; e < ptr[o + 1]; ++e) {
       const int inner = idx[e];
-      const int innerBlock = inner / blk;
+      const int innerBlock = blockIndex(inner);
       const int b = blockOf(outerBlock, innerBlock);
       const std::int64_t p = blockStart[b] + blockFill[b];
       ++lineLen[blockPtr[b] + local];

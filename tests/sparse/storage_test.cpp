@@ -284,6 +284,28 @@ TEST(SparseBlockConversion, MatchesTheDefinition) {
   }
 }
 
+// Columns far apart on a wide matrix: every block number and local column
+// comes out of a division by blk.
+TEST(SparseBlockConversion, WideMatrix) {
+  const int n = 1 << 21;
+  Compressed csr{{0, 0}, {}, {}};
+  for (int j = 1; j < n; j = j * 3 + 1) {
+    for (int near : {j - 1, j}) {
+      csr.idx.push_back(near);
+      csr.val.push_back(static_cast<float>(near));
+    }
+  }
+  csr.ptr[1] = static_cast<int>(csr.idx.size());
+  for (int blk : {3, 7, 1000, 4096, 65535}) {
+    SCOPED_TRACE(testing::Message() << "blk " << blk);
+    const Blocked want = block_of(1, n, blk, csr, false);
+    BlockOutput out(want);
+    sparse_csr2bcsr<float>(1, n, 0, csr.ptr.data(), csr.idx.data(), csr.val.data(), blk,
+                           out.blockPtr->data(), out.len->data(), out.idx->data(), out.val->data());
+    out.expect(want);
+  }
+}
+
 TEST(SparseBlockConversion, EmptyMatrices) {
   // No stored entry: full pointers, counts of zero, nothing else written.
   check_block_conversions(5, 7, 3, std::vector<float>(35, 0.0f), Coo{5, 7, {}, {}, {}});
