@@ -23,10 +23,19 @@ namespace {
 struct NonzeroLanes128 {
   static constexpr int kCount = 4;
   static bool test(float v) { return is_nonzero(v); }
-  static unsigned mask(const float* p) {
+  static __m128 passes(const float* p) {
     const __m128 magnitude = _mm_andnot_ps(_mm_set1_ps(-0.0f), _mm_loadu_ps(p));
-    return static_cast<unsigned>(
-        _mm_movemask_ps(_mm_cmpgt_ps(magnitude, _mm_set1_ps(kNonzeroBelow))));
+    return _mm_cmpgt_ps(magnitude, _mm_set1_ps(kNonzeroBelow));
+  }
+  static unsigned mask(const float* p) { return static_cast<unsigned>(_mm_movemask_ps(passes(p))); }
+  // Sixteen elements: the lane results narrowed to bytes, in order, for one
+  // movemask.
+  static unsigned mask16(const float* p) {
+    const __m128i low =
+        _mm_packs_epi32(_mm_castps_si128(passes(p)), _mm_castps_si128(passes(p + 4)));
+    const __m128i high =
+        _mm_packs_epi32(_mm_castps_si128(passes(p + 8)), _mm_castps_si128(passes(p + 12)));
+    return static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(low, high)));
   }
 };
 
@@ -40,8 +49,8 @@ void scan_row(const float* row, int n, Emit emit) {
   int j = 0;
   for (; j <= n - kChunk; j += kChunk) {
     unsigned long long mask = 0;
-    for (int g = 0; g < kChunk; g += Lanes::kCount) {
-      mask |= static_cast<unsigned long long>(Lanes::mask(row + j + g)) << g;
+    for (int g = 0; g < kChunk; g += 16) {
+      mask |= static_cast<unsigned long long>(Lanes::mask16(row + j + g)) << g;
     }
     for (; mask != 0; mask &= mask - 1) emit(j + __builtin_ctzll(mask));
   }
@@ -84,14 +93,12 @@ void fill_csr_from_dense(int m, int n, const float* a, int* rowPtr, int* colIdx,
 constexpr int kStripColumns = 256;
 
 inline void fill_ccs_strip(int m, int n, const float* strip, int* colPtr, int* rowIdx, float* val) {
-  const __m128 sign = _mm_set1_ps(-0.0f), below = _mm_set1_ps(kNonzeroBelow);
   alignas(16) int count[kStripColumns] = {};
   const float* row = strip;
   for (int i = 0; i < m; ++i, row += n) {
     for (int c = 0; c < kStripColumns; c += 4) {
       __m128i* slot = reinterpret_cast<__m128i*>(count + c);
-      const __m128 magnitude = _mm_andnot_ps(sign, _mm_loadu_ps(row + c));
-      const __m128 pass = _mm_cmpgt_ps(magnitude, below);
+      const __m128 pass = NonzeroLanes128::passes(row + c);
       _mm_store_si128(slot, _mm_sub_epi32(_mm_load_si128(slot), _mm_castps_si128(pass)));
     }
   }
@@ -104,8 +111,8 @@ inline void fill_ccs_strip(int m, int n, const float* strip, int* colPtr, int* r
   for (int i = 0; i < m; ++i, row += n) {
     for (int chunk = 0; chunk < kStripColumns; chunk += 64) {
       unsigned long long mask = 0;
-      for (int g = 0; g < 64; g += 4) {
-        mask |= static_cast<unsigned long long>(NonzeroLanes128::mask(row + chunk + g)) << g;
+      for (int g = 0; g < 64; g += 16) {
+        mask |= static_cast<unsigned long long>(NonzeroLanes128::mask16(row + chunk + g)) << g;
       }
       for (; mask != 0; mask &= mask - 1) {
         const int c = chunk + __builtin_ctzll(mask);

@@ -25,6 +25,7 @@ struct NonzeroLanes256 {
   static unsigned mask(const float* p) {
     return static_cast<unsigned>(_mm256_movemask_ps(passes(p)));
   }
+  static unsigned mask16(const float* p) { return mask(p) | mask(p + 8) << 8; }
 };
 
 // The signed test of the split: negative values never pass.
