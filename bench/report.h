@@ -6,6 +6,9 @@
 // for the library, "scalar" for the plain loop, and each sets the counter
 // "bytes": the bytes that one iteration reads and writes. Baselines named
 // "memcpy/<bytes>" copy half of that many bytes, moving the same traffic.
+// An operator measured against a machine limit other than a copy, or against
+// a peer library, has a second table: "read/<bytes>" is a plain read of that
+// many bytes, and any variant other than numbra and scalar is a peer.
 // On a shared machine the best of the repetitions is the one least disturbed,
 // so that is what the summary shows.
 #ifndef NUMBRA_BENCH_REPORT_H
@@ -30,6 +33,9 @@ class ComparisonReporter : public benchmark::ConsoleReporter {
     double seconds = 0;
     double gbps() const { return seconds > 0 ? bytes / seconds * 1e-9 : 0; }
   };
+  void print_copy_table();
+  void print_peer_table();
+
   std::map<std::string, Measure> by_name_;
   std::vector<std::string> order_;
 };

@@ -51,34 +51,50 @@ inline float sum_lanes_left_to_right(__m256 acc) {
   return sum;
 }
 
-template <bool kFused>
-void block_of_four_rows(int n, float alpha, const float* a, const float* x, float beta, float* y,
-                        int vector_columns) {
-  const float* row0 = a;
-  const float* row1 = row0 + n;
-  const float* row2 = row1 + n;
-  const float* row3 = row2 + n;
-  const __m128 scaled_y = _mm_mul_ps(_mm_loadu_ps(y), _mm_set1_ps(beta));
-  __m256 acc0 = _mm256_setzero_ps(), acc1 = acc0, acc2 = acc0, acc3 = acc0;
+// kGroups blocks of four rows, side by side: they share each load of x and
+// keep more of the matrix in flight, and each row still sums exactly as in a
+// block of its own.
+template <bool kFused, int kGroups>
+void blocks_of_four_rows(int n, float alpha, const float* a, const float* x, float beta, float* y,
+                         int vector_columns) {
+  constexpr int kRows = 4 * kGroups;
+  const float* row[kRows];
+  __m256 acc[kRows];
+#pragma GCC unroll 8
+  for (int r = 0; r < kRows; ++r) {
+    row[r] = a + static_cast<std::ptrdiff_t>(r) * n;
+    acc[r] = _mm256_setzero_ps();
+  }
+  __m128 scaled_y[kGroups];
+#pragma GCC unroll 2
+  for (int g = 0; g < kGroups; ++g) {
+    scaled_y[g] = _mm_mul_ps(_mm_loadu_ps(y + 4 * g), _mm_set1_ps(beta));
+  }
   for (int j = 0; j < vector_columns; j += 8) {
     const __m256 xj = _mm256_loadu_ps(x + j);
-    acc0 = multiply_add<kFused>(_mm256_loadu_ps(row0 + j), xj, acc0);
-    acc1 = multiply_add<kFused>(_mm256_loadu_ps(row1 + j), xj, acc1);
-    acc2 = multiply_add<kFused>(_mm256_loadu_ps(row2 + j), xj, acc2);
-    acc3 = multiply_add<kFused>(_mm256_loadu_ps(row3 + j), xj, acc3);
+#pragma GCC unroll 8
+    for (int r = 0; r < kRows; ++r) {
+      acc[r] = multiply_add<kFused>(_mm256_loadu_ps(row[r] + j), xj, acc[r]);
+    }
   }
-  alignas(16) float sum[4];
-  _mm_store_ps(sum, sum_lanes_left_to_right(acc0, acc1, acc2, acc3));
+  alignas(16) float sum[kRows];
+#pragma GCC unroll 2
+  for (int g = 0; g < kGroups; ++g) {
+    const __m256* four = acc + 4 * g;
+    _mm_store_ps(sum + 4 * g, sum_lanes_left_to_right(four[0], four[1], four[2], four[3]));
+  }
   for (int j = vector_columns; j < n; ++j) {
-    const float p0 = row0[j] * x[j], p1 = row1[j] * x[j];
-    const float p2 = row2[j] * x[j], p3 = row3[j] * x[j];
-    sum[0] = sum[0] + p0;
-    sum[1] = sum[1] + p1;
-    sum[2] = sum[2] + p2;
-    sum[3] = sum[3] + p3;
+#pragma GCC unroll 8
+    for (int r = 0; r < kRows; ++r) {
+      const float p = row[r][j] * x[j];
+      sum[r] = sum[r] + p;
+    }
   }
-  const __m128 scaled_sum = _mm_mul_ps(_mm_set1_ps(alpha), _mm_load_ps(sum));
-  _mm_storeu_ps(y, _mm_add_ps(scaled_y, scaled_sum));
+#pragma GCC unroll 2
+  for (int g = 0; g < kGroups; ++g) {
+    const __m128 scaled_sum = _mm_mul_ps(_mm_set1_ps(alpha), _mm_load_ps(sum + 4 * g));
+    _mm_storeu_ps(y + 4 * g, _mm_add_ps(scaled_y[g], scaled_sum));
+  }
 }
 
 template <bool kFused>
@@ -103,8 +119,11 @@ void sgemv_n(int m, int n, float alpha, const float* a, const float* x, float be
              SgemvNExtents extents) {
   const std::ptrdiff_t stride = n;
   int i = 0;
+  for (; i + 8 <= extents.block_rows; i += 8) {
+    blocks_of_four_rows<kFused, 2>(n, alpha, a + i * stride, x, beta, y + i, extents.block_columns);
+  }
   for (; i < extents.block_rows; i += 4) {
-    block_of_four_rows<kFused>(n, alpha, a + i * stride, x, beta, y + i, extents.block_columns);
+    blocks_of_four_rows<kFused, 1>(n, alpha, a + i * stride, x, beta, y + i, extents.block_columns);
   }
   for (; i < m; ++i) {
     single_row<kFused>(n, alpha, a + i * stride, x, beta, y + i, extents.row_columns);
