@@ -7,6 +7,26 @@
 
 #include "numbra.h"
 
+namespace numbra {
+namespace {
+
+using SgemvKernel = void (*)(int, int, float, const float*, const float*, float, float*);
+
+// ISA_FMA runs the fused kernel, ISA_AVX the plain one, anything else
+// nothing. The counts arrive as the kernels' int, compared there as signed.
+void dispatch(ISA_t isa, SgemvKernel fused, SgemvKernel plain, unsigned long m, unsigned long n,
+              float alpha, const float* a, const float* x, float beta, float* y) {
+  const int rows = static_cast<int>(m), columns = static_cast<int>(n);
+  if (isa == ISA_FMA) {
+    fused(rows, columns, alpha, a, x, beta, y);
+  } else if (isa == ISA_AVX) {
+    plain(rows, columns, alpha, a, x, beta, y);
+  }
+}
+
+}  // namespace
+}  // namespace numbra
+
 namespace ZETL {
 namespace numbra {
 
@@ -14,12 +34,7 @@ template <typename T>
 void x86MatrixGemv_n(ISA_t isa, IMP_t, int, unsigned long m, unsigned long n, T alpha, const T* a,
                      const T* x, T beta, T* y) {
   if constexpr (std::is_same_v<T, float>) {
-    const int rows = static_cast<int>(m), columns = static_cast<int>(n);
-    if (isa == ISA_FMA) {
-      x86_blas_sgemv_n_fma(rows, columns, alpha, a, x, beta, y);
-    } else if (isa == ISA_AVX) {
-      x86_blas_sgemv_n_avx(rows, columns, alpha, a, x, beta, y);
-    }
+    ::numbra::dispatch(isa, x86_blas_sgemv_n_fma, x86_blas_sgemv_n_avx, m, n, alpha, a, x, beta, y);
   } else {
     // One running sum per row, ascending; a zero beta leaves y unread.
     const long rows = static_cast<long>(m), columns = static_cast<long>(n);
@@ -41,12 +56,7 @@ template <typename T>
 void x86MatrixGemv_t(ISA_t isa, IMP_t, int, unsigned long m, unsigned long n, T alpha, const T* a,
                      const T* x, T beta, T* y) {
   if constexpr (std::is_same_v<T, float>) {
-    const int rows = static_cast<int>(m), columns = static_cast<int>(n);
-    if (isa == ISA_FMA) {
-      x86_blas_sgemv_t_fma(rows, columns, alpha, a, x, beta, y);
-    } else if (isa == ISA_AVX) {
-      x86_blas_sgemv_t_avx(rows, columns, alpha, a, x, beta, y);
-    }
+    ::numbra::dispatch(isa, x86_blas_sgemv_t_fma, x86_blas_sgemv_t_avx, m, n, alpha, a, x, beta, y);
   } else {
     // The column sums run in float: each x[i] is narrowed before use and each
     // sum is narrowed again after every row, so the result carries single

@@ -115,17 +115,33 @@ const Scales kScales[] = {{1.5f, 0.75f},
                           {0.0f, 1.0f},
                           {1.0f, std::numeric_limits<float>::quiet_NaN()}};
 
+// A kernel family: its definition, and whether x runs along the rows (the
+// scaled-row form, x of m and y of n elements) or along the columns.
+struct Family {
+  Reference reference;
+  bool x_along_rows;
+  Twin twins[2];
+};
+const Family kFamilies[] = {{reference_n,
+                             false,
+                             {{"sgemv_n_fma", x86_blas_sgemv_n_fma, true, true, true},
+                              {"sgemv_n_avx", x86_blas_sgemv_n_avx, false, false, false}}},
+                            {reference_t,
+                             true,
+                             {{"sgemv_t_fma", x86_blas_sgemv_t_fma, true, true, true},
+                              {"sgemv_t_avx", x86_blas_sgemv_t_avx, false, false, false}}}};
+
 // Runs kernel and reference on one shape, each operand against a guard page,
-// and compares every element of y. xs and ys are the lengths of x and y.
-void check_shape(const Twin& k, Reference reference, int m, int n, int xs, int ys, Guard guard,
-                 std::uint32_t seed) {
+// and compares every element of y.
+void check_shape(const Family& f, const Twin& k, int m, int n, Guard guard, std::uint32_t seed) {
+  const int xs = f.x_along_rows ? m : n, ys = f.x_along_rows ? n : m;
   GuardedBuffer<float> a(static_cast<std::size_t>(m) * n, guard), x(xs, guard), y(ys, guard);
   a.assign(operand_values(a.size(), seed).data());
   x.assign(operand_values(xs, seed + 7).data());
   const std::vector<float> old_y = mixed_values<float>(ys, seed + 13);
   for (const Scales& s : kScales) {
     std::vector<float> expected = old_y;
-    reference(k, m, n, s.alpha, a.data(), x.data(), s.beta, expected.data());
+    f.reference(k, m, n, s.alpha, a.data(), x.data(), s.beta, expected.data());
     y.assign(old_y.data());
     k.kernel(m, n, s.alpha, a.data(), x.data(), s.beta, y.data());
     SCOPED_TRACE(testing::Message() << k.name << " m=" << m << " n=" << n << " alpha=" << s.alpha
@@ -134,37 +150,19 @@ void check_shape(const Twin& k, Reference reference, int m, int n, int xs, int y
   }
 }
 
-const Twin kTwinsN[] = {{"sgemv_n_fma", x86_blas_sgemv_n_fma, true, true, true},
-                        {"sgemv_n_avx", x86_blas_sgemv_n_avx, false, false, false}};
-const Twin kTwinsT[] = {{"sgemv_t_fma", x86_blas_sgemv_t_fma, true, true, true},
-                        {"sgemv_t_avx", x86_blas_sgemv_t_avx, false, false, false}};
-
-const std::pair<int, int> kLargeShapes[] = {{64, 4099}, {1001, 37}, {259, 260}, {5, 1024}};
-
-TEST(SgemvN, EveryShapeMatchesItsDefinition) {
-  for (const Twin& k : kTwinsN)
-    for (const Guard guard : {Guard::kAfter, Guard::kBefore})
-      for (int m = 0; m <= 13; ++m)
-        for (int n = 0; n <= 33; ++n) check_shape(k, reference_n, m, n, n, m, guard, m * 100 + n);
+TEST(Sgemv, EveryShapeMatchesItsDefinition) {
+  for (const Family& f : kFamilies)
+    for (const Twin& k : f.twins)
+      for (const Guard guard : {Guard::kAfter, Guard::kBefore})
+        for (int m = 0; m <= 13; ++m)
+          for (int n = 0; n <= 33; ++n) check_shape(f, k, m, n, guard, m * 100 + n);
 }
 
-TEST(SgemvN, LargeShapesMatchTheirDefinition) {
-  for (const Twin& k : kTwinsN)
-    for (const auto& [m, n] : kLargeShapes)
-      check_shape(k, reference_n, m, n, n, m, Guard::kAfter, 7);
-}
-
-TEST(SgemvT, EveryShapeMatchesItsDefinition) {
-  for (const Twin& k : kTwinsT)
-    for (const Guard guard : {Guard::kAfter, Guard::kBefore})
-      for (int m = 0; m <= 13; ++m)
-        for (int n = 0; n <= 33; ++n) check_shape(k, reference_t, m, n, m, n, guard, m * 100 + n);
-}
-
-TEST(SgemvT, LargeShapesMatchTheirDefinition) {
-  for (const Twin& k : kTwinsT)
-    for (const auto& [m, n] : kLargeShapes)
-      check_shape(k, reference_t, m, n, m, n, Guard::kAfter, 7);
+TEST(Sgemv, LargeShapesMatchTheirDefinition) {
+  const std::pair<int, int> shapes[] = {{64, 4099}, {1001, 37}, {259, 260}, {5, 1024}};
+  for (const Family& f : kFamilies)
+    for (const Twin& k : f.twins)
+      for (const auto& [m, n] : shapes) check_shape(f, k, m, n, Guard::kAfter, 7);
 }
 
 // The data of the sweeps tells a fused step from an unfused one, so the
@@ -183,8 +181,10 @@ TEST(Sgemv, TwinsRoundApartOnTheSweepData) {
 
 TEST(Sgemv, NothingIsTouchedWithoutRows) {
   GuardedBuffer<float> none(0, Guard::kAfter);
-  for (const Twin& k : kTwinsN) k.kernel(0, 5, 1.0f, none.data(), none.data(), 1.0f, none.data());
-  for (const Twin& k : kTwinsN) k.kernel(-3, 5, 1.0f, none.data(), none.data(), 1.0f, none.data());
+  for (const Twin& k : kFamilies[0].twins)
+    k.kernel(0, 5, 1.0f, none.data(), none.data(), 1.0f, none.data());
+  for (const Twin& k : kFamilies[0].twins)
+    k.kernel(-3, 5, 1.0f, none.data(), none.data(), 1.0f, none.data());
   // Without columns, y is scaled and nothing else is read.
   float y[3] = {2.0f, -0.0f, std::numeric_limits<float>::infinity()};
   x86_blas_sgemv_t_fma(0, 3, 1.0f, none.data(), none.data(), 0.5f, y);
