@@ -24,6 +24,26 @@ void dispatch(ISA_t isa, SgemvKernel fused, SgemvKernel plain, unsigned long m, 
   }
 }
 
+// One running sum per row, ascending, for kRows rows side by side: the sums
+// are independent, so their additions overlap instead of waiting in line.
+template <typename T, int kRows>
+void dot_rows(long columns, T alpha, const T* a, const T* x, T beta, T* y) {
+  T sum[kRows] = {};
+  for (long j = 0; j < columns; ++j) {
+#pragma GCC unroll 4
+    for (int r = 0; r < kRows; ++r) {
+      const T p = a[r * columns + j] * x[j];
+      sum[r] = sum[r] + p;
+    }
+  }
+  // A zero beta leaves y unread.
+  for (int r = 0; r < kRows; ++r) {
+    const T scaled_y = beta != T(0) ? y[r] * beta : T(0);
+    const T scaled_sum = sum[r] * alpha;
+    y[r] = scaled_sum + scaled_y;
+  }
+}
+
 }  // namespace
 }  // namespace numbra
 
@@ -36,19 +56,12 @@ void x86MatrixGemv_n(ISA_t isa, IMP_t, int, unsigned long m, unsigned long n, T 
   if constexpr (std::is_same_v<T, float>) {
     ::numbra::dispatch(isa, x86_blas_sgemv_n_fma, x86_blas_sgemv_n_avx, m, n, alpha, a, x, beta, y);
   } else {
-    // One running sum per row, ascending; a zero beta leaves y unread.
     const long rows = static_cast<long>(m), columns = static_cast<long>(n);
-    for (long i = 0; i < rows; ++i) {
-      const T* row = a + i * columns;
-      T sum = T(0);
-      for (long j = 0; j < columns; ++j) {
-        const T p = row[j] * x[j];
-        sum = sum + p;
-      }
-      const T scaled_y = beta != T(0) ? y[i] * beta : T(0);
-      const T scaled_sum = sum * alpha;
-      y[i] = scaled_sum + scaled_y;
+    long i = 0;
+    for (; i + 4 <= rows; i += 4) {
+      ::numbra::dot_rows<T, 4>(columns, alpha, a + i * columns, x, beta, y + i);
     }
+    for (; i < rows; ++i) ::numbra::dot_rows<T, 1>(columns, alpha, a + i * columns, x, beta, y + i);
   }
 }
 
