@@ -1,0 +1,15 @@
+// The FMA twin of the single-precision GEMM family: each main step is one
+// fused multiply-add, rounded once.
+#include <immintrin.h>
+
+#include "gemm/sgemm_exports.h"
+
+namespace {
+
+struct FusedMulAdd {
+  static __m256 step(__m256 acc, __m256 b, __m256 a) { return _mm256_fmadd_ps(b, a, acc); }
+};
+
+}  // namespace
+
+NUMBRA_DEFINE_SGEMM_FAMILY(fma, FusedMulAdd)
