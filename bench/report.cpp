@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <set>
 
 namespace numbra_bench {
 
@@ -10,10 +9,15 @@ void ComparisonReporter::ReportRuns(const std::vector<Run>& runs) {
   for (const Run& run : runs) {
     if (run.run_type != Run::RT_Iteration || run.iterations == 0) continue;
     const auto bytes = run.counters.find("bytes");
-    if (bytes == run.counters.end()) continue;
+    const auto flops = run.counters.find("flops");
+    if (bytes == run.counters.end() && flops == run.counters.end()) continue;
+    Measure measure;
+    measure.bytes = bytes != run.counters.end() ? bytes->second.value : 0;
+    measure.flops = flops != run.counters.end() ? flops->second.value : 0;
+    measure.seconds = run.real_accumulated_time / double(run.iterations);
     const std::string name = run.run_name.str();
-    const double seconds = run.real_accumulated_time / double(run.iterations);
-    const auto [entry, added] = by_name_.try_emplace(name, Measure{bytes->second.value, seconds});
+    const double seconds = measure.seconds;
+    const auto [entry, added] = by_name_.try_emplace(name, measure);
     if (added) {
       order_.push_back(name);
     } else if (seconds < entry->second.seconds) {
@@ -23,10 +27,17 @@ void ComparisonReporter::ReportRuns(const std::vector<Run>& runs) {
 }
 
 void ComparisonReporter::Finalize() {
+  print_bandwidth_table();
+  print_compute_table();
+}
+
+void ComparisonReporter::print_bandwidth_table() {
+  bool any = false;
+  for (const std::string& name : order_) any |= by_name_[name].bytes > 0;
+  if (!any) return;
   std::printf("\n%-34s %10s %10s %10s %10s %9s %9s\n", "operator", "n", "numbra", "scalar",
               "memcpy", "/memcpy", "/scalar");
   std::printf("%-34s %10s %10s %10s %10s %9s %9s\n", "", "", "GB/s", "GB/s", "GB/s", "", "");
-  std::set<std::string> done;
   for (const std::string& name : order_) {
     const auto first = name.find('/');
     const auto last = name.rfind('/');
@@ -49,6 +60,33 @@ void ComparisonReporter::Finalize() {
     else
       std::printf(" %9s", "-");
     std::printf("\n");
+  }
+}
+
+void ComparisonReporter::print_compute_table() {
+  bool any = false;
+  for (const std::string& name : order_) any |= by_name_[name].flops > 0;
+  if (!any) return;
+  std::printf("\n%-34s %10s %10s %10s %9s\n", "operation", "variant", "size", "GFLOP/s", "of peak");
+  for (const std::string& name : order_) {
+    const Measure& measure = by_name_[name];
+    const auto first = name.find('/');
+    const auto last = name.rfind('/');
+    if (measure.flops <= 0 || first == last) continue;
+    const std::string op = name.substr(0, first);
+    const std::string variant = name.substr(first + 1, last - first - 1);
+    const auto peak = by_name_.find(variant == "avx" ? "peak/mul_add" : "peak/fma");
+    std::printf("%-34s %10s %10s %10.1f", op.c_str(), variant.c_str(),
+                name.substr(last + 1).c_str(), measure.gflops());
+    if (peak != by_name_.end() && peak->second.gflops() > 0) {
+      std::printf(" %8.0f%%", 100 * measure.gflops() / peak->second.gflops());
+    }
+    std::printf("\n");
+  }
+  for (const char* peak : {"peak/fma", "peak/mul_add"}) {
+    const auto found = by_name_.find(peak);
+    if (found != by_name_.end())
+      std::printf("%-34s %10.1f GFLOP/s\n", peak, found->second.gflops());
   }
 }
 

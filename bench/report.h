@@ -6,6 +6,9 @@
 // for the library, "scalar" for the plain loop, and each sets the counter
 // "bytes": the bytes that one iteration reads and writes. Baselines named
 // "memcpy/<bytes>" copy half of that many bytes, moving the same traffic.
+// Compute-bound benchmarks are named "<operation>/<variant>/<size>" and set
+// the counter "flops" instead; they are shown against "peak/fma" (or
+// "peak/mul_add" for the variant "avx"), the machine's register-only peaks.
 // On a shared machine the best of the repetitions is the one least disturbed,
 // so that is what the summary shows.
 #ifndef NUMBRA_BENCH_REPORT_H
@@ -27,9 +30,13 @@ class ComparisonReporter : public benchmark::ConsoleReporter {
  private:
   struct Measure {
     double bytes = 0;
+    double flops = 0;
     double seconds = 0;
     double gbps() const { return seconds > 0 ? bytes / seconds * 1e-9 : 0; }
+    double gflops() const { return seconds > 0 ? flops / seconds * 1e-9 : 0; }
   };
+  void print_bandwidth_table();
+  void print_compute_table();
   std::map<std::string, Measure> by_name_;
   std::vector<std::string> order_;
 };

@@ -7,6 +7,7 @@
 namespace {
 
 struct MultiplyThenAdd {
+  static constexpr int kGroups = 2;  // 4 x 16: the products need a register too
   static __m256 step(__m256 acc, __m256 b, __m256 a) {
     return _mm256_add_ps(acc, _mm256_mul_ps(b, a));
   }

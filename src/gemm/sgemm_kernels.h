@@ -1,7 +1,11 @@
 // Micro-kernels and the block loop of the packed single-precision GEMM.
 // Included by the per-instruction-set sources only (AVX). The one difference
-// between the instruction sets is the MulAdd step, acc + b * a: one fused
-// rounding, or a rounded product and a rounded sum.
+// between the instruction sets in results is the MulAdd step, acc + b * a:
+// one fused rounding, or a rounded product and a rounded sum. MulAdd also
+// gives the width of its micro-tiles in lane groups (kGroups), the widest
+// that keeps accumulators, a row of b and a broadcast in registers; the
+// blocking cannot change a result, since each element stays one chain of
+// steps in ascending depth.
 #ifndef NUMBRA_GEMM_SGEMM_KERNELS_H
 #define NUMBRA_GEMM_SGEMM_KERNELS_H
 
@@ -13,41 +17,72 @@ namespace numbra {
 namespace gemm {
 namespace {
 
-// c[row * W + j] += sum over l < k of a[row * a_stride + l] * b[l * W + j],
-// for rows in pairs r, r + 1 while r < m (an odd m also touches row m). The
-// 2 x W micro-tile lives in 2 * W / 8 accumulators for the whole depth, and
-// each element takes its products in ascending l.
-template <int W, class MulAdd>
-inline void sgemm_kernel_2xw(const float* a, int a_stride, const float* b, float* c, int m, int k) {
-  constexpr int kGroups = W / 8;
-  for (int r = 0; r < m; r += 2) {
-    const float* a0 = a + r * a_stride;
-    const float* a1 = a0 + a_stride;
-    float* c0 = c + r * W;
-    float* c1 = c0 + W;
-    __m256 acc0[kGroups], acc1[kGroups];
-#pragma GCC unroll 6
-    for (int g = 0; g < kGroups; ++g) {
-      acc0[g] = _mm256_loadu_ps(c0 + 8 * g);
-      acc1[g] = _mm256_loadu_ps(c1 + 8 * g);
+// c[r][j] += sum over l < k of a[r][l] * b[l][j] for an R by 8G micro-tile,
+// held in R * G accumulators for the whole depth: each element is one chain
+// of steps in ascending l. Rows of a, b and c lie a_stride, b_stride and
+// c_stride floats apart.
+template <int R, int G, class MulAdd>
+inline void micro_tile(const float* a, int a_stride, const float* b, int b_stride, float* c,
+                       int c_stride, int k) {
+  __m256 acc[R][G];
+#pragma GCC unroll 4
+  for (int r = 0; r < R; ++r) {
+#pragma GCC unroll 3
+    for (int g = 0; g < G; ++g) acc[r][g] = _mm256_loadu_ps(c + r * c_stride + 8 * g);
+  }
+  for (int l = 0; l < k; ++l, b += b_stride) {
+    __m256 y[G];
+#pragma GCC unroll 3
+    for (int g = 0; g < G; ++g) {
+      y[g] = _mm256_loadu_ps(b + 8 * g);
+      // Keep the row of b in registers: folding the load into every
+      // multiply-add would load it R times.
+      asm("" : "+x"(y[g]));
     }
-    const float* b_row = b;
-    for (int l = 0; l < k; ++l, b_row += W) {
-      const __m256 x0 = _mm256_broadcast_ss(a0 + l);
-      const __m256 x1 = _mm256_broadcast_ss(a1 + l);
-#pragma GCC unroll 6
-      for (int g = 0; g < kGroups; ++g) {
-        const __m256 y = _mm256_loadu_ps(b_row + 8 * g);
-        acc0[g] = MulAdd::step(acc0[g], y, x0);
-        acc1[g] = MulAdd::step(acc1[g], y, x1);
-      }
-    }
-#pragma GCC unroll 6
-    for (int g = 0; g < kGroups; ++g) {
-      _mm256_storeu_ps(c0 + 8 * g, acc0[g]);
-      _mm256_storeu_ps(c1 + 8 * g, acc1[g]);
+#pragma GCC unroll 4
+    for (int r = 0; r < R; ++r) {
+      const __m256 x = _mm256_broadcast_ss(a + r * a_stride + l);
+#pragma GCC unroll 3
+      for (int g = 0; g < G; ++g) acc[r][g] = MulAdd::step(acc[r][g], y[g], x);
     }
   }
+#pragma GCC unroll 4
+  for (int r = 0; r < R; ++r) {
+#pragma GCC unroll 3
+    for (int g = 0; g < G; ++g) _mm256_storeu_ps(c + r * c_stride + 8 * g, acc[r][g]);
+  }
+}
+
+// R rows of a W-wide tile, in micro-tiles of G lane groups and one narrower
+// one for what is left.
+template <int R, int W, class MulAdd>
+inline void tile_rows(const float* a, int a_stride, const float* b, float* c, int k) {
+  constexpr int G = MulAdd::kGroups;
+  int j = 0;
+  for (; j + 8 * G <= W; j += 8 * G) micro_tile<R, G, MulAdd>(a, a_stride, b + j, W, c + j, W, k);
+  switch ((W - j) / 8) {
+    case 2:
+      micro_tile<R, 2, MulAdd>(a, a_stride, b + j, W, c + j, W, k);
+      break;
+    case 1:
+      micro_tile<R, 1, MulAdd>(a, a_stride, b + j, W, c + j, W, k);
+      break;
+    default:
+      break;
+  }
+}
+
+// The micro-kernel contract: c[row * W + j] += sum over l < k of
+// a[row * a_stride + l] * b[l * W + j], for rows in pairs r, r + 1 while
+// r < m (an odd m also touches row m), each element a chain of steps in
+// ascending l. The tile is covered by 4-row micro-tiles and a last pair.
+template <int W, class MulAdd>
+inline void sgemm_kernel_2xw(const float* a, int a_stride, const float* b, float* c, int m, int k) {
+  const int rows = m + (m & 1);
+  int r = 0;
+  for (; r + 4 <= rows; r += 4)
+    tile_rows<4, W, MulAdd>(a + r * a_stride, a_stride, b, c + r * W, k);
+  if (r < rows) tile_rows<2, W, MulAdd>(a + r * a_stride, a_stride, b, c + r * W, k);
 }
 
 // Picks the kernel for a tile `n` columns wide (a multiple of 8 up to 48) and
