@@ -14,7 +14,7 @@ void ComparisonReporter::ReportRuns(const std::vector<Run>& runs) {
     Measure measure;
     measure.bytes = bytes != run.counters.end() ? bytes->second.value : 0;
     measure.flops = flops != run.counters.end() ? flops->second.value : 0;
-    measure.seconds = run.real_accumulated_time / double(run.iterations);
+    measure.seconds = run.cpu_accumulated_time / double(run.iterations);
     const std::string name = run.run_name.str();
     const double seconds = measure.seconds;
     const auto [entry, added] = by_name_.try_emplace(name, measure);

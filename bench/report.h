@@ -9,8 +9,10 @@
 // Compute-bound benchmarks are named "<operation>/<variant>/<size>" and set
 // the counter "flops" instead; they are shown against "peak/fma" (or
 // "peak/mul_add" for the variant "avx"), the machine's register-only peaks.
-// On a shared machine the best of the repetitions is the one least disturbed,
-// so that is what the summary shows.
+// Rates use the CPU time of the measuring thread, so that other work on the
+// machine takes turns without counting against a benchmark; on a shared
+// machine the best of the repetitions is the one least disturbed, so that is
+// what the summary shows.
 #ifndef NUMBRA_BENCH_REPORT_H
 #define NUMBRA_BENCH_REPORT_H
 

@@ -7,7 +7,9 @@
 namespace {
 
 struct MultiplyThenAdd {
-  static constexpr int kGroups = 2;  // 4 x 16: the products need a register too
+  // 6 x 16 micro-tiles: 12 accumulators, and one register for the products.
+  static constexpr int kRows = 6;
+  static constexpr int kGroups = 2;
   static __m256 step(__m256 acc, __m256 b, __m256 a) {
     return _mm256_add_ps(acc, _mm256_mul_ps(b, a));
   }

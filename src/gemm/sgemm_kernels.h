@@ -22,14 +22,15 @@ namespace {
 // of steps in ascending l. Rows of a, b and c lie a_stride, b_stride and
 // c_stride floats apart.
 template <int R, int G, class MulAdd>
-inline void micro_tile(const float* a, int a_stride, const float* b, int b_stride, float* c,
-                       int c_stride, int k) {
+[[gnu::always_inline]] inline void micro_tile(const float* a, int a_stride, const float* b,
+                                              int b_stride, float* c, int c_stride, int k) {
   __m256 acc[R][G];
-#pragma GCC unroll 4
+#pragma GCC unroll 6
   for (int r = 0; r < R; ++r) {
 #pragma GCC unroll 3
     for (int g = 0; g < G; ++g) acc[r][g] = _mm256_loadu_ps(c + r * c_stride + 8 * g);
   }
+#pragma GCC unroll 2
   for (int l = 0; l < k; ++l, b += b_stride) {
     __m256 y[G];
 #pragma GCC unroll 3
@@ -39,14 +40,14 @@ inline void micro_tile(const float* a, int a_stride, const float* b, int b_strid
       // multiply-add would load it R times.
       asm("" : "+x"(y[g]));
     }
-#pragma GCC unroll 4
+#pragma GCC unroll 6
     for (int r = 0; r < R; ++r) {
       const __m256 x = _mm256_broadcast_ss(a + r * a_stride + l);
 #pragma GCC unroll 3
       for (int g = 0; g < G; ++g) acc[r][g] = MulAdd::step(acc[r][g], y[g], x);
     }
   }
-#pragma GCC unroll 4
+#pragma GCC unroll 6
   for (int r = 0; r < R; ++r) {
 #pragma GCC unroll 3
     for (int g = 0; g < G; ++g) _mm256_storeu_ps(c + r * c_stride + 8 * g, acc[r][g]);
@@ -75,13 +76,22 @@ inline void tile_rows(const float* a, int a_stride, const float* b, float* c, in
 // The micro-kernel contract: c[row * W + j] += sum over l < k of
 // a[row * a_stride + l] * b[l * W + j], for rows in pairs r, r + 1 while
 // r < m (an odd m also touches row m), each element a chain of steps in
-// ascending l. The tile is covered by 4-row micro-tiles and a last pair.
+// ascending l. The tile is covered by micro-tiles of MulAdd::kRows rows,
+// then of 4 and of 2 for what is left.
 template <int W, class MulAdd>
 inline void sgemm_kernel_2xw(const float* a, int a_stride, const float* b, float* c, int m, int k) {
+  constexpr int R = MulAdd::kRows;
   const int rows = m + (m & 1);
   int r = 0;
-  for (; r + 4 <= rows; r += 4)
-    tile_rows<4, W, MulAdd>(a + r * a_stride, a_stride, b, c + r * W, k);
+  for (; r + R <= rows; r += R) {
+    tile_rows<R, W, MulAdd>(a + r * a_stride, a_stride, b, c + r * W, k);
+  }
+  if constexpr (R > 4) {
+    if (r + 4 <= rows) {
+      tile_rows<4, W, MulAdd>(a + r * a_stride, a_stride, b, c + r * W, k);
+      r += 4;
+    }
+  }
   if (r < rows) tile_rows<2, W, MulAdd>(a + r * a_stride, a_stride, b, c + r * W, k);
 }
 
