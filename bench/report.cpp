@@ -4,15 +4,36 @@
 #include <cstring>
 
 namespace numbra_bench {
+namespace {
+
+// The parts of a benchmark name "<op>/<variant>/<n>".
+struct NameParts {
+  std::string op, variant, n;
+};
+
+bool split_name(const std::string& name, NameParts* parts) {
+  const auto first = name.find('/');
+  const auto last = name.rfind('/');
+  if (first == std::string::npos || first == last) return false;
+  *parts = {name.substr(0, first), name.substr(first + 1, last - first - 1), name.substr(last + 1)};
+  return true;
+}
+
+}  // namespace
 
 void ComparisonReporter::ReportRuns(const std::vector<Run>& runs) {
   for (const Run& run : runs) {
     if (run.run_type != Run::RT_Iteration || run.iterations == 0) continue;
     const auto bytes = run.counters.find("bytes");
-    if (bytes == run.counters.end()) continue;
+    const auto flops = run.counters.find("flops");
+    if (bytes == run.counters.end() && flops == run.counters.end()) continue;
+    Measure measure;
+    measure.bytes = bytes != run.counters.end() ? bytes->second.value : 0;
+    measure.flops = flops != run.counters.end() ? flops->second.value : 0;
+    measure.seconds = run.cpu_accumulated_time / double(run.iterations);
     const std::string name = run.run_name.str();
-    const double seconds = run.real_accumulated_time / double(run.iterations);
-    const auto [entry, added] = by_name_.try_emplace(name, Measure{bytes->second.value, seconds});
+    const double seconds = measure.seconds;
+    const auto [entry, added] = by_name_.try_emplace(name, measure);
     if (added) {
       order_.push_back(name);
     } else if (seconds < entry->second.seconds) {
@@ -22,18 +43,18 @@ void ComparisonReporter::ReportRuns(const std::vector<Run>& runs) {
 }
 
 void ComparisonReporter::Finalize() {
-  print_copy_table();
+  print_bandwidth_table();
   print_peer_table();
+  print_compute_table();
 }
 
-void ComparisonReporter::print_copy_table() {
+void ComparisonReporter::print_bandwidth_table() {
   bool header = false;
   for (const std::string& name : order_) {
-    const auto first = name.find('/');
-    const auto last = name.rfind('/');
-    if (first == last || name.compare(first + 1, last - first - 1, "numbra") != 0) continue;
-    const std::string op = name.substr(0, first);
-    const std::string n = name.substr(last + 1);
+    NameParts parts;
+    if (!split_name(name, &parts) || parts.variant != "numbra") continue;
+    const std::string& op = parts.op;
+    const std::string& n = parts.n;
     const Measure& lib = by_name_[name];
     const auto scalar = by_name_.find(op + "/scalar/" + n);
     const auto copy = by_name_.find("memcpy/" + std::to_string(static_cast<long>(lib.bytes)));
@@ -63,20 +84,18 @@ void ComparisonReporter::print_copy_table() {
 void ComparisonReporter::print_peer_table() {
   bool header = false;
   for (const std::string& name : order_) {
-    const auto first = name.find('/');
-    const auto last = name.rfind('/');
-    if (first == last || name.compare(first + 1, last - first - 1, "numbra") != 0) continue;
-    const std::string op = name.substr(0, first);
-    const std::string n = name.substr(last + 1);
+    NameParts parts;
+    if (!split_name(name, &parts) || parts.variant != "numbra") continue;
+    const std::string& op = parts.op;
+    const std::string& n = parts.n;
     const Measure& lib = by_name_[name];
     const auto read = by_name_.find("read/" + std::to_string(static_cast<long>(lib.bytes)));
     std::string peer;
     for (const std::string& other : order_) {
-      const auto variant_end = other.rfind('/');
-      if (other.compare(0, first + 1, op + "/") != 0 || other.substr(variant_end + 1) != n)
-        continue;
-      const std::string variant = other.substr(first + 1, variant_end - first - 1);
-      if (variant != "numbra" && variant != "scalar") peer = variant;
+      NameParts candidate;
+      if (split_name(other, &candidate) && candidate.op == op && candidate.n == n &&
+          candidate.variant != "numbra" && candidate.variant != "scalar")
+        peer = candidate.variant;
     }
     if (read == by_name_.end() && peer.empty()) continue;
     if (!header) {
@@ -98,6 +117,33 @@ void ComparisonReporter::print_peer_table() {
       std::printf(" %10s %10s %9s", "-", "-", "-");
     }
     std::printf("\n");
+  }
+}
+
+void ComparisonReporter::print_compute_table() {
+  bool any = false;
+  for (const std::string& name : order_) any |= by_name_[name].flops > 0;
+  if (!any) return;
+  std::printf("\n%-34s %10s %10s %10s %9s\n", "operation", "variant", "size", "GFLOP/s", "of peak");
+  for (const std::string& name : order_) {
+    const Measure& measure = by_name_[name];
+    const auto first = name.find('/');
+    const auto last = name.rfind('/');
+    if (measure.flops <= 0 || first == last) continue;
+    const std::string op = name.substr(0, first);
+    const std::string variant = name.substr(first + 1, last - first - 1);
+    const auto peak = by_name_.find(variant == "avx" ? "peak/mul_add" : "peak/fma");
+    std::printf("%-34s %10s %10s %10.1f", op.c_str(), variant.c_str(),
+                name.substr(last + 1).c_str(), measure.gflops());
+    if (peak != by_name_.end() && peak->second.gflops() > 0) {
+      std::printf(" %8.0f%%", 100 * measure.gflops() / peak->second.gflops());
+    }
+    std::printf("\n");
+  }
+  for (const char* peak : {"peak/fma", "peak/mul_add"}) {
+    const auto found = by_name_.find(peak);
+    if (found != by_name_.end())
+      std::printf("%-34s %10.1f GFLOP/s\n", peak, found->second.gflops());
   }
 }
 

@@ -7,10 +7,15 @@
 // "bytes": the bytes that one iteration reads and writes. Baselines named
 // "memcpy/<bytes>" copy half of that many bytes, moving the same traffic.
 // An operator measured against a machine limit other than a copy, or against
-// a peer library, has a second table: "read/<bytes>" is a plain read of that
-// many bytes, and any variant other than numbra and scalar is a peer.
-// On a shared machine the best of the repetitions is the one least disturbed,
-// so that is what the summary shows.
+// a peer library, has a table of its own: "read/<bytes>" is a plain read of
+// that many bytes, and any variant other than numbra and scalar is a peer.
+// Compute-bound benchmarks are named "<operation>/<variant>/<size>" and set
+// the counter "flops" instead; they are shown against "peak/fma" (or
+// "peak/mul_add" for the variant "avx"), the machine's register-only peaks.
+// Rates use the CPU time of the measuring thread, so that other work on the
+// machine takes turns without counting against a benchmark; on a shared
+// machine the best of the repetitions is the one least disturbed, so that is
+// what the summary shows.
 #ifndef NUMBRA_BENCH_REPORT_H
 #define NUMBRA_BENCH_REPORT_H
 
@@ -30,12 +35,14 @@ class ComparisonReporter : public benchmark::ConsoleReporter {
  private:
   struct Measure {
     double bytes = 0;
+    double flops = 0;
     double seconds = 0;
     double gbps() const { return seconds > 0 ? bytes / seconds * 1e-9 : 0; }
+    double gflops() const { return seconds > 0 ? flops / seconds * 1e-9 : 0; }
   };
-  void print_copy_table();
+  void print_bandwidth_table();
   void print_peer_table();
-
+  void print_compute_table();
   std::map<std::string, Measure> by_name_;
   std::vector<std::string> order_;
 };
