@@ -157,17 +157,6 @@ TEST(VectorPreluFloat, TakesTheKernelOrTheLoopByItsScalars) {
   }
 }
 
-TEST(VectorPreluFloat, RoutesDisagreeOnNaN) {
-  const float x[2] = {kNaN, -0.0f}, slope[1] = {2.0f};
-  float fast[2] = {1, 1}, plain[2] = {1, 1};
-  nb::x86VectorPrelu<float>(true, 2, 2, 1, 1, 1.0f, x, slope, 0.0f, fast);
-  nb::x86VectorPrelu<float>(true, 2, 2, 1, 1, 1.0f, x, slope, 0.5f, plain);
-  EXPECT_TRUE(std::isnan(fast[0]));
-  EXPECT_SAME_BITS(-0.0f, fast[1]);
-  EXPECT_SAME_BITS(0.5f, plain[0]);  // (+0 * 2 + 0) * 1 + 1 * 0.5
-  EXPECT_SAME_BITS(0.5f, plain[1]);
-}
-
 // The plain loops of both precisions and the backward forms, each element's
 // slope found by division, over plane shapes and lengths that end mid-plane.
 template <typename T>
@@ -214,13 +203,5 @@ void check_plain_loops() {
 
 TEST(VectorPreluBackward, FloatMatchesItsDefinition) { check_plain_loops<float>(); }
 TEST(VectorPreluBackwardAndDoublePrelu, MatchTheirDefinitions) { check_plain_loops<double>(); }
-
-TEST(VectorPreluBackward, ZeroInputTakesTheSlopeSide) {
-  const float x[2] = {0.0f, kNaN}, slope[1] = {3.0f}, g[2] = {2.0f, 2.0f};
-  float y[2];
-  nb::x86VectorPreluBackward<float>(true, 2, 1, 1, 0.5f, x, slope, g, 0.0f, y);
-  EXPECT_EQ(3.0f, y[0]);
-  EXPECT_SAME_BITS(0.0f, y[1]);
-}
 
 }  // namespace

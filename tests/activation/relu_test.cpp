@@ -115,15 +115,6 @@ TEST(VectorReluKernel, VectorPartScalesByTheOldFirstElement) {
   EXPECT_EQ(4.0f, y[9]);
 }
 
-TEST(VectorReluKernel, ZeroBetaReadsTheOldYOnlyInTheVectorPart) {
-  for (const unsigned long n : {7ul, 16ul}) {
-    std::vector<float> x(n, 1.0f), y(n, 0.0f);
-    y[3] = kNaN;
-    vectorRelu_avx<float>(n, 2.0f, x.data(), 0.0f, y.data());
-    EXPECT_EQ(n == 16, std::isnan(y[3])) << n;
-  }
-}
-
 TEST(VectorRelu, FloatRunsTheKernelForBothInstructionSetsOnly) {
   const unsigned long n = 29;
   const std::vector<float> x = mixed_values<float>(n, 1), old_y = mixed_values<float>(n, 2);

@@ -179,22 +179,6 @@ TEST(Sgemv, TwinsRoundApartOnTheSweepData) {
       -1);
 }
 
-TEST(Sgemv, NothingIsTouchedWithoutRows) {
-  GuardedBuffer<float> none(0, Guard::kAfter);
-  for (const Twin& k : kFamilies[0].twins)
-    k.kernel(0, 5, 1.0f, none.data(), none.data(), 1.0f, none.data());
-  for (const Twin& k : kFamilies[0].twins)
-    k.kernel(-3, 5, 1.0f, none.data(), none.data(), 1.0f, none.data());
-  // Without columns, y is scaled and nothing else is read.
-  float y[3] = {2.0f, -0.0f, std::numeric_limits<float>::infinity()};
-  x86_blas_sgemv_t_fma(0, 3, 1.0f, none.data(), none.data(), 0.5f, y);
-  EXPECT_SAME_BITS(1.0f, y[0]);
-  EXPECT_SAME_BITS(0.0f, y[1]);  // 1 * +0 + 0.5 * -0
-  x86_blas_sgemv_n_avx(3, -1, 1.0f, none.data(), none.data(), 0.0f, y);
-  EXPECT_SAME_BITS(0.0f, y[0]);
-  EXPECT_TRUE(std::isnan(y[2]));  // 0 * infinity: beta is never tested
-}
-
 template <typename T>
 std::vector<T> finite_values(std::size_t n, std::uint32_t seed) {
   std::mt19937 gen(seed);
@@ -267,17 +251,6 @@ TEST(MatrixGemvDouble, MatchesItsDefinitionWhateverTheInstructionSet) {
       EXPECT_SAME_RESULTS(old_t.data(), y_t.data(), y_t.size());
     }
   }
-}
-
-TEST(MatrixGemvDouble, BetaZeroHidesTheOldYOnlyInTheDotProductForm) {
-  const double a[4] = {1, 2, 3, 4}, x[2] = {1, 1};
-  const double nan = std::numeric_limits<double>::quiet_NaN();
-  double y_n[2] = {nan, nan}, y_t[2] = {nan, nan};
-  nb::x86MatrixGemv_n<double>(ISA_FMA, IMP_DEFAULT, 1, 2, 2, 1.0, a, x, 0.0, y_n);
-  nb::x86MatrixGemv_t<double>(ISA_FMA, IMP_DEFAULT, 1, 2, 2, 1.0, a, x, 0.0, y_t);
-  EXPECT_EQ(3.0, y_n[0]);
-  EXPECT_EQ(7.0, y_n[1]);
-  EXPECT_TRUE(std::isnan(y_t[0]) && std::isnan(y_t[1]));
 }
 
 TEST(MatrixGemvDouble, TransposedFormCarriesSinglePrecision) {
