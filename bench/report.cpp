@@ -48,19 +48,23 @@ void ComparisonReporter::Finalize() {
   print_compute_table();
 }
 
-void ComparisonReporter::print_bandwidth_table() {
-  bool header = false;
+template <class Visit>
+void ComparisonReporter::for_each_library_run(Visit visit) {
   for (const std::string& name : order_) {
     NameParts parts;
-    if (!split_name(name, &parts) || parts.variant != "numbra") continue;
-    const std::string& op = parts.op;
-    const std::string& n = parts.n;
-    const Measure& lib = by_name_[name];
+    if (split_name(name, &parts) && parts.variant == "numbra")
+      visit(parts.op, parts.n, by_name_[name]);
+  }
+}
+
+void ComparisonReporter::print_bandwidth_table() {
+  bool header = false;
+  for_each_library_run([&](const std::string& op, const std::string& n, const Measure& lib) {
     const auto scalar = by_name_.find(op + "/scalar/" + n);
     const auto copy = by_name_.find("memcpy/" + std::to_string(static_cast<long>(lib.bytes)));
     const double scalar_gbps = scalar != by_name_.end() ? scalar->second.gbps() : 0;
     const double copy_gbps = copy != by_name_.end() ? copy->second.gbps() : 0;
-    if (scalar_gbps == 0 && copy_gbps == 0) continue;
+    if (scalar_gbps == 0 && copy_gbps == 0) return;
     if (!header) {
       std::printf("\n%-34s %10s %10s %10s %10s %9s %9s\n", "operator", "n", "numbra", "scalar",
                   "memcpy", "/memcpy", "/scalar");
@@ -78,17 +82,12 @@ void ComparisonReporter::print_bandwidth_table() {
     else
       std::printf(" %9s", "-");
     std::printf("\n");
-  }
+  });
 }
 
 void ComparisonReporter::print_peer_table() {
   bool header = false;
-  for (const std::string& name : order_) {
-    NameParts parts;
-    if (!split_name(name, &parts) || parts.variant != "numbra") continue;
-    const std::string& op = parts.op;
-    const std::string& n = parts.n;
-    const Measure& lib = by_name_[name];
+  for_each_library_run([&](const std::string& op, const std::string& n, const Measure& lib) {
     const auto read = by_name_.find("read/" + std::to_string(static_cast<long>(lib.bytes)));
     std::string peer;
     for (const std::string& other : order_) {
@@ -97,7 +96,7 @@ void ComparisonReporter::print_peer_table() {
           candidate.variant != "numbra" && candidate.variant != "scalar")
         peer = candidate.variant;
     }
-    if (read == by_name_.end() && peer.empty()) continue;
+    if (read == by_name_.end() && peer.empty()) return;
     if (!header) {
       std::printf("\n%-34s %10s %10s %10s %9s %10s %10s %9s\n", "operator", "n", "numbra", "read",
                   "/read", "peer", "peer", "/peer");
@@ -117,7 +116,7 @@ void ComparisonReporter::print_peer_table() {
       std::printf(" %10s %10s %9s", "-", "-", "-");
     }
     std::printf("\n");
-  }
+  });
 }
 
 void ComparisonReporter::print_compute_table() {

@@ -40,6 +40,9 @@ class ComparisonReporter : public benchmark::ConsoleReporter {
     double gbps() const { return seconds > 0 ? bytes / seconds * 1e-9 : 0; }
     double gflops() const { return seconds > 0 ? flops / seconds * 1e-9 : 0; }
   };
+  // Calls visit(op, n, measure) for each "<op>/numbra/<n>".
+  template <class Visit>
+  void for_each_library_run(Visit visit);
   void print_bandwidth_table();
   void print_peer_table();
   void print_compute_table();
