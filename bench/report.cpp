@@ -4,6 +4,22 @@
 #include <cstring>
 
 namespace numbra_bench {
+namespace {
+
+// The parts of a benchmark name "<op>/<variant>/<n>".
+struct NameParts {
+  std::string op, variant, n;
+};
+
+bool split_name(const std::string& name, NameParts* parts) {
+  const auto first = name.find('/');
+  const auto last = name.rfind('/');
+  if (first == std::string::npos || first == last) return false;
+  *parts = {name.substr(0, first), name.substr(first + 1, last - first - 1), name.substr(last + 1)};
+  return true;
+}
+
+}  // namespace
 
 void ComparisonReporter::ReportRuns(const std::vector<Run>& runs) {
   for (const Run& run : runs) {
@@ -28,27 +44,33 @@ void ComparisonReporter::ReportRuns(const std::vector<Run>& runs) {
 
 void ComparisonReporter::Finalize() {
   print_bandwidth_table();
+  print_peer_table();
   print_compute_table();
 }
 
-void ComparisonReporter::print_bandwidth_table() {
-  bool any = false;
-  for (const std::string& name : order_) any |= by_name_[name].bytes > 0;
-  if (!any) return;
-  std::printf("\n%-34s %10s %10s %10s %10s %9s %9s\n", "operator", "n", "numbra", "scalar",
-              "memcpy", "/memcpy", "/scalar");
-  std::printf("%-34s %10s %10s %10s %10s %9s %9s\n", "", "", "GB/s", "GB/s", "GB/s", "", "");
+template <class Visit>
+void ComparisonReporter::for_each_library_run(Visit visit) {
   for (const std::string& name : order_) {
-    const auto first = name.find('/');
-    const auto last = name.rfind('/');
-    if (first == last || name.compare(first + 1, last - first - 1, "numbra") != 0) continue;
-    const std::string op = name.substr(0, first);
-    const std::string n = name.substr(last + 1);
-    const Measure& lib = by_name_[name];
+    NameParts parts;
+    if (split_name(name, &parts) && parts.variant == "numbra")
+      visit(parts.op, parts.n, by_name_[name]);
+  }
+}
+
+void ComparisonReporter::print_bandwidth_table() {
+  bool header = false;
+  for_each_library_run([&](const std::string& op, const std::string& n, const Measure& lib) {
     const auto scalar = by_name_.find(op + "/scalar/" + n);
     const auto copy = by_name_.find("memcpy/" + std::to_string(static_cast<long>(lib.bytes)));
     const double scalar_gbps = scalar != by_name_.end() ? scalar->second.gbps() : 0;
     const double copy_gbps = copy != by_name_.end() ? copy->second.gbps() : 0;
+    if (scalar_gbps == 0 && copy_gbps == 0) return;
+    if (!header) {
+      std::printf("\n%-34s %10s %10s %10s %10s %9s %9s\n", "operator", "n", "numbra", "scalar",
+                  "memcpy", "/memcpy", "/scalar");
+      std::printf("%-34s %10s %10s %10s %10s %9s %9s\n", "", "", "GB/s", "GB/s", "GB/s", "", "");
+      header = true;
+    }
     std::printf("%-34s %10s %10.2f %10.2f %10.2f", op.c_str(), n.c_str(), lib.gbps(), scalar_gbps,
                 copy_gbps);
     if (copy_gbps > 0)
@@ -60,7 +82,41 @@ void ComparisonReporter::print_bandwidth_table() {
     else
       std::printf(" %9s", "-");
     std::printf("\n");
-  }
+  });
+}
+
+void ComparisonReporter::print_peer_table() {
+  bool header = false;
+  for_each_library_run([&](const std::string& op, const std::string& n, const Measure& lib) {
+    const auto read = by_name_.find("read/" + std::to_string(static_cast<long>(lib.bytes)));
+    std::string peer;
+    for (const std::string& other : order_) {
+      NameParts candidate;
+      if (split_name(other, &candidate) && candidate.op == op && candidate.n == n &&
+          candidate.variant != "numbra" && candidate.variant != "scalar")
+        peer = candidate.variant;
+    }
+    if (read == by_name_.end() && peer.empty()) return;
+    if (!header) {
+      std::printf("\n%-34s %10s %10s %10s %9s %10s %10s %9s\n", "operator", "n", "numbra", "read",
+                  "/read", "peer", "peer", "/peer");
+      std::printf("%-34s %10s %10s %10s %9s %10s %10s %9s\n", "", "", "GB/s", "GB/s", "", "",
+                  "GB/s", "");
+      header = true;
+    }
+    std::printf("%-34s %10s %10.2f", op.c_str(), n.c_str(), lib.gbps());
+    if (read != by_name_.end())
+      std::printf(" %10.2f %8.0f%%", read->second.gbps(), 100 * lib.gbps() / read->second.gbps());
+    else
+      std::printf(" %10s %9s", "-", "-");
+    if (!peer.empty()) {
+      const Measure& other = by_name_[op + "/" + peer + "/" + n];
+      std::printf(" %10s %10.2f %8.2fx", peer.c_str(), other.gbps(), lib.gbps() / other.gbps());
+    } else {
+      std::printf(" %10s %10s %9s", "-", "-", "-");
+    }
+    std::printf("\n");
+  });
 }
 
 void ComparisonReporter::print_compute_table() {

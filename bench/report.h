@@ -6,6 +6,9 @@
 // for the library, "scalar" for the plain loop, and each sets the counter
 // "bytes": the bytes that one iteration reads and writes. Baselines named
 // "memcpy/<bytes>" copy half of that many bytes, moving the same traffic.
+// An operator measured against a machine limit other than a copy, or against
+// a peer library, has a table of its own: "read/<bytes>" is a plain read of
+// that many bytes, and any variant other than numbra and scalar is a peer.
 // Compute-bound benchmarks are named "<operation>/<variant>/<size>" and set
 // the counter "flops" instead; they are shown against "peak/fma" (or
 // "peak/mul_add" for the variant "avx"), the machine's register-only peaks.
@@ -37,7 +40,11 @@ class ComparisonReporter : public benchmark::ConsoleReporter {
     double gbps() const { return seconds > 0 ? bytes / seconds * 1e-9 : 0; }
     double gflops() const { return seconds > 0 ? flops / seconds * 1e-9 : 0; }
   };
+  // Calls visit(op, n, measure) for each "<op>/numbra/<n>".
+  template <class Visit>
+  void for_each_library_run(Visit visit);
   void print_bandwidth_table();
+  void print_peer_table();
   void print_compute_table();
   std::map<std::string, Measure> by_name_;
   std::vector<std::string> order_;
