@@ -22,8 +22,13 @@ void for_each_plane(bool channel_shared, unsigned long n, unsigned long dim, int
                     const T* slope, Run run) {
   if (n == 0) return;
   const unsigned long planes_per_batch = static_cast<unsigned long>(channels);
-  // An element has no channel then; the call ends as a division by zero would.
-  if (dim == 0 || planes_per_batch == 0) __builtin_trap();
+  // An element has no channel then: the call ends in the processor's
+  // division fault, as dividing by the zero count does. The divisor is read
+  // through a volatile so that the division is made, not reasoned away.
+  if (dim == 0 || planes_per_batch == 0) {
+    const volatile unsigned long divisor = dim * planes_per_batch;
+    asm volatile("" : : "r"(n / divisor));
+  }
   const unsigned long d = channel_shared ? planes_per_batch : 1;
   unsigned long begin = 0;
   for (unsigned long plane = 0; begin < n; ++plane) {

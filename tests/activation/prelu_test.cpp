@@ -205,3 +205,14 @@ TEST(VectorPreluBackward, FloatMatchesItsDefinition) { check_plain_loops<float>(
 TEST(VectorPreluBackwardAndDoublePrelu, MatchTheirDefinitions) { check_plain_loops<double>(); }
 
 }  // namespace
+
+TEST(VectorPreluDeathTest, ZeroPlaneOrChannelCountEndsInADivisionFault) {
+  const std::vector<double> x(4, 1.0), slope(2, 0.5);
+  std::vector<double> y(4);
+  EXPECT_DEATH(ZETL::numbra::x86VectorPrelu<double>(false, 4, 0, 2, 1, 1.0, x.data(), slope.data(),
+                                                    0.0, y.data()),
+               "");
+  EXPECT_DEATH(ZETL::numbra::x86VectorPreluBackward<double>(true, 4, 2, 0, 1.0, x.data(),
+                                                            slope.data(), x.data(), 0.0, y.data()),
+               "");
+}
