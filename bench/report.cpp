@@ -2,21 +2,40 @@
 
 #include <cstdio>
 #include <cstring>
-#include <set>
 
 namespace numbra_bench {
+namespace {
+
+// The parts of a benchmark name "<op>/<variant>/<n>".
+struct NameParts {
+  std::string op, variant, n;
+};
+
+bool split_name(const std::string& name, NameParts* parts) {
+  const auto first = name.find('/');
+  const auto last = name.rfind('/');
+  if (first == std::string::npos || first == last) return false;
+  *parts = {name.substr(0, first), name.substr(first + 1, last - first - 1), name.substr(last + 1)};
+  return true;
+}
+
+}  // namespace
 
 void ComparisonReporter::ReportRuns(const std::vector<Run>& runs) {
   for (const Run& run : runs) {
     if (run.run_type != Run::RT_Iteration || run.iterations == 0) continue;
     const auto bytes = run.counters.find("bytes");
-    if (bytes == run.counters.end()) continue;
-    const std::string name = run.run_name.str();
-    const double seconds = run.real_accumulated_time / double(run.iterations);
+    const auto flops = run.counters.find("flops");
+    if (bytes == run.counters.end() && flops == run.counters.end()) continue;
+    Measure measure;
+    measure.bytes = bytes != run.counters.end() ? bytes->second.value : 0;
+    measure.flops = flops != run.counters.end() ? flops->second.value : 0;
     const auto entries = run.counters.find("entries");
-    const double entry_count = entries != run.counters.end() ? entries->second.value : 0;
-    const auto [entry, added] =
-        by_name_.try_emplace(name, Measure{bytes->second.value, seconds, entry_count});
+    measure.entries = entries != run.counters.end() ? entries->second.value : 0;
+    measure.seconds = run.cpu_accumulated_time / double(run.iterations);
+    const std::string name = run.run_name.str();
+    const double seconds = measure.seconds;
+    const auto [entry, added] = by_name_.try_emplace(name, measure);
     if (added) {
       order_.push_back(name);
     } else if (seconds < entry->second.seconds) {
@@ -26,27 +45,35 @@ void ComparisonReporter::ReportRuns(const std::vector<Run>& runs) {
 }
 
 void ComparisonReporter::Finalize() {
-  bool any_elementwise = false;
+  print_bandwidth_table();
+  print_peer_table();
+  print_compute_table();
+  print_entry_table();
+}
+
+template <class Visit>
+void ComparisonReporter::for_each_library_run(Visit visit) {
   for (const std::string& name : order_) {
-    any_elementwise |= by_name_[name].entries == 0 && name.find("/numbra/") != std::string::npos;
+    NameParts parts;
+    if (split_name(name, &parts) && parts.variant == "numbra")
+      visit(parts.op, parts.n, by_name_[name]);
   }
-  if (!any_elementwise) return PrintEntryTable();
-  std::printf("\n%-34s %10s %10s %10s %10s %9s %9s\n", "operator", "n", "numbra", "scalar",
-              "memcpy", "/memcpy", "/scalar");
-  std::printf("%-34s %10s %10s %10s %10s %9s %9s\n", "", "", "GB/s", "GB/s", "GB/s", "", "");
-  std::set<std::string> done;
-  for (const std::string& name : order_) {
-    const auto first = name.find('/');
-    const auto last = name.rfind('/');
-    if (first == last || name.compare(first + 1, last - first - 1, "numbra") != 0) continue;
-    const std::string op = name.substr(0, first);
-    const std::string n = name.substr(last + 1);
-    const Measure& lib = by_name_[name];
-    if (lib.entries > 0) continue;
+}
+
+void ComparisonReporter::print_bandwidth_table() {
+  bool header = false;
+  for_each_library_run([&](const std::string& op, const std::string& n, const Measure& lib) {
     const auto scalar = by_name_.find(op + "/scalar/" + n);
     const auto copy = by_name_.find("memcpy/" + std::to_string(static_cast<long>(lib.bytes)));
     const double scalar_gbps = scalar != by_name_.end() ? scalar->second.gbps() : 0;
     const double copy_gbps = copy != by_name_.end() ? copy->second.gbps() : 0;
+    if (scalar_gbps == 0 && copy_gbps == 0) return;
+    if (!header) {
+      std::printf("\n%-34s %10s %10s %10s %10s %9s %9s\n", "operator", "n", "numbra", "scalar",
+                  "memcpy", "/memcpy", "/scalar");
+      std::printf("%-34s %10s %10s %10s %10s %9s %9s\n", "", "", "GB/s", "GB/s", "GB/s", "", "");
+      header = true;
+    }
     std::printf("%-34s %10s %10.2f %10.2f %10.2f", op.c_str(), n.c_str(), lib.gbps(), scalar_gbps,
                 copy_gbps);
     if (copy_gbps > 0)
@@ -58,39 +85,83 @@ void ComparisonReporter::Finalize() {
     else
       std::printf(" %9s", "-");
     std::printf("\n");
-  }
-  PrintEntryTable();
+  });
 }
 
-void ComparisonReporter::PrintEntryTable() {
+void ComparisonReporter::print_peer_table() {
   bool header = false;
-  for (const std::string& name : order_) {
-    const Measure& m = by_name_[name];
-    const bool is_read = name.compare(0, 11, "streamread/") == 0;
-    if (m.entries == 0 && !is_read) continue;
+  for_each_library_run([&](const std::string& op, const std::string& n, const Measure& lib) {
+    const auto read = by_name_.find("read/" + std::to_string(static_cast<long>(lib.bytes)));
+    std::string peer;
+    for (const std::string& other : order_) {
+      NameParts candidate;
+      if (split_name(other, &candidate) && candidate.op == op && candidate.n == n &&
+          candidate.variant != "numbra" && candidate.variant != "scalar")
+        peer = candidate.variant;
+    }
+    if (read == by_name_.end() && peer.empty()) return;
     if (!header) {
-      std::printf("\n%-44s %10s %9s %9s %11s %9s\n", "sparse operator/variant/n", "entries",
-                  "ns/entry", "GB/s", "/streamread", "/eigen");
+      std::printf("\n%-34s %10s %10s %10s %9s %10s %10s %9s\n", "operator", "n", "numbra", "read",
+                  "/read", "peer", "peer", "/peer");
+      std::printf("%-34s %10s %10s %10s %9s %10s %10s %9s\n", "", "", "GB/s", "GB/s", "", "",
+                  "GB/s", "");
       header = true;
     }
-    if (is_read) {
-      std::printf("%-44s %10s %9s %9.2f\n", name.c_str(), "-", "-", m.gbps());
-      continue;
+    std::printf("%-34s %10s %10.2f", op.c_str(), n.c_str(), lib.gbps());
+    if (read != by_name_.end())
+      std::printf(" %10.2f %8.0f%%", read->second.gbps(), 100 * lib.gbps() / read->second.gbps());
+    else
+      std::printf(" %10s %9s", "-", "-");
+    if (!peer.empty()) {
+      const Measure& other = by_name_[op + "/" + peer + "/" + n];
+      std::printf(" %10s %10.2f %8.2fx", peer.c_str(), other.gbps(), lib.gbps() / other.gbps());
+    } else {
+      std::printf(" %10s %10s %9s", "-", "-", "-");
     }
-    std::printf("%-44s %10.0f %9.3f %9.2f", name.c_str(), m.entries, m.seconds * 1e9 / m.entries,
-                m.gbps());
-    const auto read = by_name_.find("streamread/" + std::to_string(static_cast<long>(m.bytes)));
-    if (read != by_name_.end() && read->second.gbps() > 0)
-      std::printf(" %10.0f%%", 100 * m.gbps() / read->second.gbps());
-    else
-      std::printf(" %11s", "-");
-    const auto first = name.find('/'), last = name.rfind('/');
-    const auto peer = by_name_.find(name.substr(0, first) + "/eigen" + name.substr(last));
-    if (name.compare(first, last - first + 1, "/numbra/") == 0 && peer != by_name_.end())
-      std::printf(" %8.2fx", peer->second.seconds / m.seconds);
-    else
-      std::printf(" %9s", "-");
     std::printf("\n");
+  });
+}
+
+void ComparisonReporter::print_compute_table() {
+  bool any = false;
+  for (const std::string& name : order_) any |= by_name_[name].flops > 0;
+  if (!any) return;
+  std::printf("\n%-34s %10s %10s %10s %9s\n", "operation", "variant", "size", "GFLOP/s", "of peak");
+  for (const std::string& name : order_) {
+    const Measure& measure = by_name_[name];
+    const auto first = name.find('/');
+    const auto last = name.rfind('/');
+    if (measure.flops <= 0 || first == last) continue;
+    const std::string op = name.substr(0, first);
+    const std::string variant = name.substr(first + 1, last - first - 1);
+    const auto peak = by_name_.find(variant == "avx" ? "peak/mul_add" : "peak/fma");
+    std::printf("%-34s %10s %10s %10.1f", op.c_str(), variant.c_str(),
+                name.substr(last + 1).c_str(), measure.gflops());
+    if (peak != by_name_.end() && peak->second.gflops() > 0) {
+      std::printf(" %8.0f%%", 100 * measure.gflops() / peak->second.gflops());
+    }
+    std::printf("\n");
+  }
+  for (const char* peak : {"peak/fma", "peak/mul_add"}) {
+    const auto found = by_name_.find(peak);
+    if (found != by_name_.end())
+      std::printf("%-34s %10.1f GFLOP/s\n", peak, found->second.gflops());
+  }
+}
+
+void ComparisonReporter::print_entry_table() {
+  bool header = false;
+  for (const std::string& name : order_) {
+    const Measure& measure = by_name_[name];
+    NameParts parts;
+    if (measure.entries <= 0 || !split_name(name, &parts)) continue;
+    if (!header) {
+      std::printf("\n%-34s %10s %10s %10s %10s\n", "sparse operator", "variant", "n", "entries",
+                  "ns/entry");
+      header = true;
+    }
+    std::printf("%-34s %10s %10s %10.0f %10.3f\n", parts.op.c_str(), parts.variant.c_str(),
+                parts.n.c_str(), measure.entries, measure.seconds * 1e9 / measure.entries);
   }
 }
 

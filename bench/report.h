@@ -6,13 +6,18 @@
 // for the library, "scalar" for the plain loop, and each sets the counter
 // "bytes": the bytes that one iteration reads and writes. Baselines named
 // "memcpy/<bytes>" copy half of that many bytes, moving the same traffic.
-// On a shared machine the best of the repetitions is the one least disturbed,
-// so that is what the summary shows.
-//
-// Benchmarks that also set the counter "entries" (stored entries of a sparse
-// matrix per iteration) go to a second table instead: time per entry, GB/s,
-// the share of "streamread/<bytes>" (a plain read of that many bytes) and,
-// for the library, its speed against "<operator>/eigen/<n>".
+// An operator measured against a machine limit other than a copy, or against
+// a peer library, has a table of its own: "read/<bytes>" is a plain read of
+// that many bytes, and any variant other than numbra and scalar is a peer.
+// Compute-bound benchmarks are named "<operation>/<variant>/<size>" and set
+// the counter "flops" instead; they are shown against "peak/fma" (or
+// "peak/mul_add" for the variant "avx"), the machine's register-only peaks.
+// Sparse benchmarks also set the counter "entries", the stored entries of
+// their matrix, and get a table of time per entry.
+// Rates use the CPU time of the measuring thread, so that other work on the
+// machine takes turns without counting against a benchmark; on a shared
+// machine the best of the repetitions is the one least disturbed, so that is
+// what the summary shows.
 #ifndef NUMBRA_BENCH_REPORT_H
 #define NUMBRA_BENCH_REPORT_H
 
@@ -28,15 +33,23 @@ class ComparisonReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override;
   void Finalize() override;
-  void PrintEntryTable();
 
  private:
   struct Measure {
     double bytes = 0;
-    double seconds = 0;
+    double flops = 0;
     double entries = 0;
+    double seconds = 0;
     double gbps() const { return seconds > 0 ? bytes / seconds * 1e-9 : 0; }
+    double gflops() const { return seconds > 0 ? flops / seconds * 1e-9 : 0; }
   };
+  // Calls visit(op, n, measure) for each "<op>/numbra/<n>".
+  template <class Visit>
+  void for_each_library_run(Visit visit);
+  void print_bandwidth_table();
+  void print_peer_table();
+  void print_compute_table();
+  void print_entry_table();
   std::map<std::string, Measure> by_name_;
   std::vector<std::string> order_;
 };

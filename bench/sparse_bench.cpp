@@ -25,6 +25,7 @@ namespace nb = ZETL::numbra;
 namespace {
 
 constexpr int kProductSize = 200000;
+constexpr int kRowEntries = 16;
 constexpr int kConversionSize = 4000;
 // Wide enough that a band row lies in one block, narrow enough that the
 // per-row counts (m * nb of them) stay small.
@@ -43,24 +44,27 @@ struct Block {
   std::vector<float> val;
 };
 
-// Row i holds 8 to 24 entries at distinct random columns (random), or
-// columns i - 8 to i + 7 inside the matrix (banded).
+// Row i holds 16 entries: at distinct random columns (random), or at the 16
+// columns around i that lie inside the matrix (banded).
 Csr product_matrix(bool banded) {
   Csr a;
   a.m = a.n = kProductSize;
   std::mt19937 gen(banded ? 2 : 1);
-  std::uniform_int_distribution<int> count(8, 24), col(0, kProductSize - 1);
+  std::uniform_int_distribution<int> col(0, kProductSize - 1);
   std::uniform_real_distribution<float> value(0.5f, 1.5f);
   a.ptr.push_back(0);
   std::vector<int> cols;
   for (int i = 0; i < a.m; ++i) {
     cols.clear();
     if (banded) {
-      for (int j = std::max(0, i - 8); j < std::min(a.n, i + 8); ++j) cols.push_back(j);
+      const int first = std::min(std::max(0, i - 8), a.n - kRowEntries);
+      for (int j = first; j < first + kRowEntries; ++j) cols.push_back(j);
     } else {
-      for (int k = count(gen); k > 0; --k) cols.push_back(col(gen));
+      while (static_cast<int>(cols.size()) < kRowEntries) {
+        const int j = col(gen);
+        if (std::find(cols.begin(), cols.end(), j) == cols.end()) cols.push_back(j);
+      }
       std::sort(cols.begin(), cols.end());
-      cols.erase(std::unique(cols.begin(), cols.end()), cols.end());
     }
     for (int j : cols) {
       a.idx.push_back(j);
@@ -116,7 +120,7 @@ void set_traffic(benchmark::State& state, double bytes, double entries) {
   state.counters["entries"] = entries;
 }
 
-// Sums `bytes` of memory with 128-bit loads, four streams in flight.
+// Sums `bytes` of memory with 128-bit loads, four sums in flight.
 void stream_read(benchmark::State& state, unsigned long bytes) {
   std::vector<float> data(bytes / sizeof(float), 1.0f);
   for (auto _ : state) {
@@ -138,9 +142,15 @@ void register_stream_read(unsigned long bytes) {
   static std::map<unsigned long, bool> registered;
   if (registered[bytes]) return;
   registered[bytes] = true;
-  benchmark::RegisterBenchmark(("streamread/" + std::to_string(bytes)).c_str(),
-                               [bytes](benchmark::State& s) { stream_read(s, bytes); })
-      ->Unit(benchmark::kMillisecond);
+  benchmark::RegisterBenchmark(("read/" + std::to_string(bytes)).c_str(), [bytes](
+                                                                              benchmark::State& s) {
+    stream_read(s, bytes);
+  })->Unit(benchmark::kMillisecond);
+}
+
+// The index and value streams of a product matrix.
+double stream_bytes(int index_bytes) {
+  return static_cast<double>(kProductSize) * kRowEntries * (index_bytes + 4);
 }
 
 void register_products() {
@@ -152,8 +162,7 @@ void register_products() {
                                    [banded, index_bytes, body](benchmark::State& state) {
                                      ProductCase& c = product_case(banded);
                                      for (auto _ : state) body(c);
-                                     const double nnz = c.csr.nnz();
-                                     set_traffic(state, nnz * (index_bytes + 4), nnz);
+                                     set_traffic(state, stream_bytes(index_bytes), c.csr.nnz());
                                    })
           ->Unit(benchmark::kMillisecond);
     };
@@ -318,8 +327,7 @@ int main(int argc, char** argv) {
 #endif
   register_conversions();
   register_products();
-  // The machine's read rate at the size of the CSR streams (3.2M entries of
-  // 8 bytes), for the products.
-  register_stream_read(25600000);
+  register_stream_read(static_cast<unsigned long>(stream_bytes(4)));
+  register_stream_read(static_cast<unsigned long>(stream_bytes(2)));
   return numbra_bench::run(argc, argv);
 }
