@@ -72,7 +72,7 @@ void sparse_dense2csr(int m, int n, const T* a, int* rowPtr, int* colIdx, T* val
 
 template <typename T>
 void sparse_dense2ccs(int m, int n, const T* a, int* colPtr, int* rowIdx, T* val) {
-  numbra::fill_ccs_from_dense(m, n, a, colPtr, rowIdx, val);
+  numbra::fill_ccs_from_dense<numbra::NonzeroLanes128>(m, n, a, colPtr, rowIdx, val);
 }
 
 template <typename T>

@@ -1,6 +1,6 @@
 // Dense matrix to CSR and CCS: the walks that pick the stored elements. The
-// row walk tests several elements a step through a lane test (SSE here, AVX
-// in dense_scan_avx2.h); the column walk goes down strips of columns.
+// walks test several elements a step through a lane test (SSE here, AVX in
+// dense_scan_avx2.h).
 //
 // Everything here has internal linkage: the files that include it are built
 // for different instruction sets, and must not share one copy.
@@ -28,6 +28,11 @@ struct NonzeroLanes128 {
     return _mm_cmpgt_ps(magnitude, _mm_set1_ps(kNonzeroBelow));
   }
   static unsigned mask(const float* p) { return static_cast<unsigned>(_mm_movemask_ps(passes(p))); }
+  // counts[t] += 1 for each of the four elements that passes.
+  static void count_into(const float* p, int* counts) {
+    __m128i* slot = reinterpret_cast<__m128i*>(counts);
+    _mm_storeu_si128(slot, _mm_sub_epi32(_mm_loadu_si128(slot), _mm_castps_si128(passes(p))));
+  }
   // Sixteen elements: the lane results narrowed to bytes, in order, for one
   // movemask.
   static unsigned mask16(const float* p) {
@@ -84,70 +89,40 @@ void fill_csr_from_dense(int m, int n, const float* a, int* rowPtr, int* colIdx,
   }
 }
 
-// The column walk for strips of 256 columns: the strip is read row by row,
-// twice, which touches each page of the matrix a few times rather than once
-// per column. The first pass counts the entries of each column in vector
-// lanes, which places every column of the strip; the second drops each entry
-// at its column's cursor, 64 columns a mask. Rows are visited in ascending
-// order, so each column keeps its row order.
-constexpr int kStripColumns = 256;
-
-inline void fill_ccs_strip(int m, int n, const float* strip, int* colPtr, int* rowIdx, float* val) {
-  alignas(16) int count[kStripColumns] = {};
-  const float* row = strip;
-  for (int i = 0; i < m; ++i, row += n) {
-    for (int c = 0; c < kStripColumns; c += 4) {
-      __m128i* slot = reinterpret_cast<__m128i*>(count + c);
-      const __m128 pass = NonzeroLanes128::passes(row + c);
-      _mm_store_si128(slot, _mm_sub_epi32(_mm_load_si128(slot), _mm_castps_si128(pass)));
-    }
-  }
-  int cursor[kStripColumns];
-  for (int c = 0; c < kStripColumns; ++c) {
-    cursor[c] = colPtr[c];
-    colPtr[c + 1] = colPtr[c] + count[c];
-  }
-  row = strip;
-  for (int i = 0; i < m; ++i, row += n) {
-    for (int chunk = 0; chunk < kStripColumns; chunk += 64) {
-      unsigned long long mask = 0;
-      for (int g = 0; g < 64; g += 16) {
-        mask |= static_cast<unsigned long long>(NonzeroLanes128::mask16(row + chunk + g)) << g;
-      }
-      for (; mask != 0; mask &= mask - 1) {
-        const int c = chunk + __builtin_ctzll(mask);
-        rowIdx[cursor[c]] = i;
-        val[cursor[c]] = row[c];
-        ++cursor[c];
-      }
-    }
-  }
+// counts[j] += 1 for every element row[j] that passes the test of Lanes.
+template <typename Lanes>
+void add_passing(const float* row, int n, int* counts) {
+  int j = 0;
+  for (; j <= n - Lanes::kCount; j += Lanes::kCount) Lanes::count_into(row + j, counts + j);
+  for (; j < n; ++j) counts[j] += Lanes::test(row[j]);
 }
 
-inline void fill_ccs_from_dense(int m, int n, const float* a, int* colPtr, int* rowIdx,
-                                float* val) {
+// The column form, built in two walks along the rows, which read the matrix
+// as it lies rather than down its columns. colPtr serves as the working
+// array: the first walk counts each column's entries into colPtr[j + 1], and
+// their running sums make colPtr[j] the start of column j; the second walk
+// drops each entry at colPtr[j] and advances it, which leaves colPtr[j] at
+// the end of column j, so the pointers move up one place at the end. Rows are
+// walked in ascending order, so each column keeps its row order.
+template <typename Lanes>
+void fill_ccs_from_dense(int m, int n, const float* a, int* colPtr, int* rowIdx, float* val) {
   colPtr[0] = 0;
   if (n < 1) return;
-  if (m < 1) {
-    for (int j = 1; j <= n; ++j) colPtr[j] = 0;
-    return;
+  for (int j = 1; j <= n; ++j) colPtr[j] = 0;
+  if (m < 1) return;
+  for (int i = 0; i < m; ++i)
+    add_passing<Lanes>(a + static_cast<std::size_t>(i) * n, n, colPtr + 1);
+  for (int j = 1; j <= n; ++j) colPtr[j] += colPtr[j - 1];
+  for (int i = 0; i < m; ++i) {
+    const float* row = a + static_cast<std::size_t>(i) * n;
+    scan_row<Lanes>(row, n, [&](int j) {
+      const int p = colPtr[j]++;
+      rowIdx[p] = i;
+      val[p] = row[j];
+    });
   }
-  int j = 0;
-  for (; j <= n - kStripColumns; j += kStripColumns) {
-    fill_ccs_strip(m, n, a + j, colPtr + j, rowIdx, val);
-  }
-  int k = colPtr[j];
-  for (; j < n; ++j) {
-    const float* element = a + j;
-    for (int i = 0; i < m; ++i, element += n) {
-      if (is_nonzero(*element)) {
-        rowIdx[k] = i;
-        val[k] = *element;
-        ++k;
-      }
-    }
-    colPtr[j + 1] = k;
-  }
+  for (int j = n; j >= 1; --j) colPtr[j] = colPtr[j - 1];
+  colPtr[0] = 0;
 }
 
 }  // namespace

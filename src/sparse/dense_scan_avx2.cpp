@@ -26,7 +26,7 @@ void sparse_dense2bccs(int m, int n, const T* a, int blk, int* blockPtr, unsigne
                        unsigned short* outRowIdx, T* outVal) {
   const unsigned long count = sparse_denseGetNonZeros(m, n, a);
   numbra::TemporaryCompressed ccs(n, count);
-  numbra::fill_ccs_from_dense(m, n, a, ccs.ptr, ccs.idx, ccs.val);
+  numbra::fill_ccs_from_dense<numbra::NonzeroLanes256>(m, n, a, ccs.ptr, ccs.idx, ccs.val);
   sparse_ccs2bccs(m, n, count, ccs.ptr, ccs.idx, ccs.val, blk, blockPtr, colLen, outRowIdx, outVal);
   ccs.release();
 }

@@ -13,6 +13,12 @@
 namespace numbra {
 namespace {
 
+// counts[t] += 1 for each of the eight lanes that passed.
+inline void add_lanes(__m256 pass, int* counts) {
+  __m256i* slot = reinterpret_cast<__m256i*>(counts);
+  _mm256_storeu_si256(slot, _mm256_sub_epi32(_mm256_loadu_si256(slot), _mm256_castps_si256(pass)));
+}
+
 // The magnitude test: |v| > the largest float that double(|v|) > 1e-8
 // rejects. Lanes that pass are all ones.
 struct NonzeroLanes256 {
@@ -26,6 +32,7 @@ struct NonzeroLanes256 {
     return static_cast<unsigned>(_mm256_movemask_ps(passes(p)));
   }
   static unsigned mask16(const float* p) { return mask(p) | mask(p + 8) << 8; }
+  static void count_into(const float* p, int* counts) { add_lanes(passes(p), counts); }
 };
 
 // The signed test of the split: negative values never pass.
@@ -35,6 +42,7 @@ struct PositiveLanes256 {
   static __m256 passes(const float* p) {
     return _mm256_cmp_ps(_mm256_loadu_ps(p), _mm256_set1_ps(kNonzeroBelow), _CMP_GT_OQ);
   }
+  static void count_into(const float* p, int* counts) { add_lanes(passes(p), counts); }
 };
 
 inline unsigned long sum_lanes(__m256i counts) {
@@ -62,18 +70,6 @@ unsigned long count_passing(const float* p, unsigned long len) {
   }
   for (unsigned long i = vectorEnd; i < len; ++i) total += Lanes::test(p[i]);
   return total;
-}
-
-// counts[j] += 1 for every element row[j] that passes the test of Lanes.
-template <typename Lanes>
-void add_passing(const float* row, int n, int* counts) {
-  int j = 0;
-  for (; j <= n - 8; j += 8) {
-    __m256i* slot = reinterpret_cast<__m256i*>(counts + j);
-    const __m256i pass = _mm256_castps_si256(Lanes::passes(row + j));
-    _mm256_storeu_si256(slot, _mm256_sub_epi32(_mm256_loadu_si256(slot), pass));
-  }
-  for (; j < n; ++j) counts[j] += Lanes::test(row[j]);
 }
 
 }  // namespace
