@@ -96,30 +96,6 @@ TYPED_TEST(SparseGemv, MatchesTheDefinition) {
   }
 }
 
-TYPED_TEST(SparseGemv, ZeroBetaIgnoresOldY) {
-  using T = TypeParam;
-  const T nan = std::numeric_limits<T>::quiet_NaN();
-  const std::vector<int> ptr = {0, 0, 1};
-  const std::vector<int> idx = {1};
-  const std::vector<T> val = {T(2)}, x = {T(3), T(5)};
-  std::vector<T> y = {nan, nan};
-  nb::x86SparseMatrixGemv<T>(2, 2, 0, T(1), ptr.data(), idx.data(), val.data(), x.data(), T(0),
-                             y.data());
-  EXPECT_EQ(y, (std::vector<T>{T(0), T(10)}));
-  y = {nan, nan};
-  nb::x86SparseMatrixGemv<T>(2, 2, 1, T(1), ptr.data(), idx.data(), val.data(), x.data(), T(0),
-                             y.data());
-  EXPECT_EQ(y, (std::vector<T>{T(0), T(10)}));
-  // No rows: untouched without transpose, still scaled with it.
-  y = {T(1), T(-4)};
-  nb::x86SparseMatrixGemv<T>(0, 2, 0, T(1), ptr.data(), idx.data(), val.data(), x.data(), T(2),
-                             y.data());
-  EXPECT_EQ(y, (std::vector<T>{T(1), T(-4)}));
-  nb::x86SparseMatrixGemv<T>(0, 2, 1, T(1), ptr.data(), idx.data(), val.data(), x.data(), T(2),
-                             y.data());
-  EXPECT_EQ(y, (std::vector<T>{T(2), T(-8)}));
-}
-
 TYPED_TEST(SparseGemv, AxpyUpdatesRepeatedPositionsInOrder) {
   using T = TypeParam;
   for (unsigned long count : {0ul, 1ul, 4ul, 9ul, 33ul}) {
