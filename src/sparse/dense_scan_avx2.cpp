@@ -11,24 +11,36 @@ unsigned long sparse_denseGetNonZeros(int m, int n, const T* a) {
   return numbra::count_passing<numbra::NonzeroLanes256>(a, static_cast<unsigned long>(m) * n);
 }
 
+namespace {
+
+// Dense to a block form by way of a temporary CSR (or CCS) form.
+template <bool kByColumns>
+void dense_to_blocks(int m, int n, const float* a, int blk, int* blockPtr, unsigned short* lineLen,
+                     unsigned short* outIdx, float* outVal) {
+  const unsigned long count = sparse_denseGetNonZeros(m, n, a);
+  numbra::TemporaryCompressed c(kByColumns ? n : m, count);
+  if (kByColumns) {
+    numbra::fill_ccs_from_dense<numbra::NonzeroLanes256>(m, n, a, c.ptr, c.idx, c.val);
+    sparse_ccs2bccs(m, n, count, c.ptr, c.idx, c.val, blk, blockPtr, lineLen, outIdx, outVal);
+  } else {
+    numbra::fill_csr_from_dense<numbra::NonzeroLanes256>(m, n, a, c.ptr, c.idx, c.val);
+    sparse_csr2bcsr(m, n, count, c.ptr, c.idx, c.val, blk, blockPtr, lineLen, outIdx, outVal);
+  }
+  c.release();
+}
+
+}  // namespace
+
 template <typename T>
 void sparse_dense2bcsr(int m, int n, const T* a, int blk, int* blockPtr, unsigned short* rowLen,
                        unsigned short* outColIdx, T* outVal) {
-  const unsigned long count = sparse_denseGetNonZeros(m, n, a);
-  numbra::TemporaryCompressed csr(m, count);
-  numbra::fill_csr_from_dense<numbra::NonzeroLanes256>(m, n, a, csr.ptr, csr.idx, csr.val);
-  sparse_csr2bcsr(m, n, count, csr.ptr, csr.idx, csr.val, blk, blockPtr, rowLen, outColIdx, outVal);
-  csr.release();
+  dense_to_blocks<false>(m, n, a, blk, blockPtr, rowLen, outColIdx, outVal);
 }
 
 template <typename T>
 void sparse_dense2bccs(int m, int n, const T* a, int blk, int* blockPtr, unsigned short* colLen,
                        unsigned short* outRowIdx, T* outVal) {
-  const unsigned long count = sparse_denseGetNonZeros(m, n, a);
-  numbra::TemporaryCompressed ccs(n, count);
-  numbra::fill_ccs_from_dense<numbra::NonzeroLanes256>(m, n, a, ccs.ptr, ccs.idx, ccs.val);
-  sparse_ccs2bccs(m, n, count, ccs.ptr, ccs.idx, ccs.val, blk, blockPtr, colLen, outRowIdx, outVal);
-  ccs.release();
+  dense_to_blocks<true>(m, n, a, blk, blockPtr, colLen, outRowIdx, outVal);
 }
 
 template unsigned long sparse_denseGetNonZeros<float>(int, int, const float*);
