@@ -69,6 +69,7 @@ void scan_row(const float* row, int n, Emit emit) {
   }
 }
 
+// The row form: each row's stored elements in column order.
 template <typename Lanes>
 void fill_csr_from_dense(int m, int n, const float* a, int* rowPtr, int* colIdx, float* val) {
   rowPtr[0] = 0;

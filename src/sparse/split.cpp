@@ -8,8 +8,8 @@
 
 namespace {
 
-// Per-line counts of `lines` entries: counts[k + 1] for each index k found in
-// the lines ptr[0..lines) of a compressed form. From calloc, unchecked.
+// counts[k + 1] = the number of entries with index k in the lines 0 to
+// lines - 1 of a compressed form; len + 1 counts from calloc, unchecked.
 int* count_by_index(int len, int lines, const int* ptr, const int* index) {
   int* counts = static_cast<int*>(std::calloc(static_cast<unsigned long>(len) + 1, sizeof(int)));
   for (int line = 0; line < lines; ++line) {
