@@ -1,2 +1,3 @@
 numbra_target_sources(numbra_mac_x86
+  ${CMAKE_CURRENT_LIST_DIR}/geam.cpp
 )
