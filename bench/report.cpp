@@ -6,18 +6,33 @@
 
 namespace numbra_bench {
 
+namespace {
+
+// Keeps the best of the repetitions of each benchmark, in first-seen order.
+template <class Measure>
+void keep_best(std::map<std::string, Measure>& measures, std::vector<std::string>& order,
+               const std::string& name, Measure measure) {
+  const auto [entry, added] = measures.try_emplace(name, measure);
+  if (added) {
+    order.push_back(name);
+  } else if (measure.seconds < entry->second.seconds) {
+    entry->second.seconds = measure.seconds;
+  }
+}
+
+}  // namespace
+
 void ComparisonReporter::ReportRuns(const std::vector<Run>& runs) {
   for (const Run& run : runs) {
     if (run.run_type != Run::RT_Iteration || run.iterations == 0) continue;
-    const auto bytes = run.counters.find("bytes");
-    if (bytes == run.counters.end()) continue;
     const std::string name = run.run_name.str();
     const double seconds = run.real_accumulated_time / double(run.iterations);
-    const auto [entry, added] = by_name_.try_emplace(name, Measure{bytes->second.value, seconds});
-    if (added) {
-      order_.push_back(name);
-    } else if (seconds < entry->second.seconds) {
-      entry->second.seconds = seconds;  // best of the repetitions
+    const auto bytes = run.counters.find("bytes");
+    const auto elements = run.counters.find("elements");
+    if (bytes != run.counters.end()) {
+      keep_best(by_name_, order_, name, Measure{bytes->second.value, seconds});
+    } else if (elements != run.counters.end()) {
+      keep_best(per_element_, per_element_order_, name, Measure{elements->second.value, seconds});
     }
   }
 }
@@ -49,6 +64,12 @@ void ComparisonReporter::Finalize() {
     else
       std::printf(" %9s", "-");
     std::printf("\n");
+  }
+  if (per_element_order_.empty()) return;
+  std::printf("\n%-34s %10s %12s\n", "operator", "elements", "ns/element");
+  for (const std::string& name : per_element_order_) {
+    const Measure& m = per_element_[name];
+    std::printf("%-34s %10.0f %12.3f\n", name.c_str(), m.bytes, m.seconds * 1e9 / m.bytes);
   }
 }
 

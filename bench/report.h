@@ -6,6 +6,8 @@
 // for the library, "scalar" for the plain loop, and each sets the counter
 // "bytes": the bytes that one iteration reads and writes. Baselines named
 // "memcpy/<bytes>" copy half of that many bytes, moving the same traffic.
+// Benchmarks that set the counter "elements" instead are listed in a table
+// of their own, in nanoseconds per element.
 // On a shared machine the best of the repetitions is the one least disturbed,
 // so that is what the summary shows.
 #ifndef NUMBRA_BENCH_REPORT_H
@@ -32,6 +34,8 @@ class ComparisonReporter : public benchmark::ConsoleReporter {
   };
   std::map<std::string, Measure> by_name_;
   std::vector<std::string> order_;
+  std::map<std::string, Measure> per_element_;  // Measure::bytes holds elements
+  std::vector<std::string> per_element_order_;
 };
 
 // Runs the registered benchmarks with the summary reporter. Unless the
