@@ -14,9 +14,12 @@
 #include <vector>
 
 #include "numbra.h"
+#include "operands.h"
 #include "report.h"
 
 namespace nb = ZETL::numbra;
+using numbra_bench::operands;
+using numbra_bench::Operands;
 
 namespace {
 
@@ -25,53 +28,9 @@ constexpr unsigned long kDramColumns = 1024;
 constexpr unsigned long kExpLength = 100000;
 constexpr unsigned long kSoftmaxRows = 1024, kSoftmaxColumns = 1000;
 
-// Four operands of n elements, values in [0.5, 1.5) so that repeated runs in
-// place neither overflow nor meet zeros.
-template <typename T>
-struct Operands {
-  explicit Operands(unsigned long n) : storage(4 * n) {
-    for (unsigned long i = 0; i < 4 * n; ++i) storage[i] = T(0.5) + T(i % 997) / T(997);
-    x = storage.data();
-    y = x + n;
-    z = y + n;
-    w = z + n;
-  }
-  std::vector<T> storage;
-  T *x, *y, *z, *w;
-};
-
-template <typename T>
-Operands<T>& operands(unsigned long n) {
-  static std::map<unsigned long, std::unique_ptr<Operands<T>>> cache;
-  auto& slot = cache[n];
-  if (!slot) slot = std::make_unique<Operands<T>>(n);
-  return *slot;
-}
-
 template <typename T>
 const char* type_name() {
   return sizeof(T) == 4 ? "float" : "double";
-}
-
-void set_traffic(benchmark::State& state, double bytes) {
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
-  state.counters["bytes"] = bytes;
-}
-
-void register_memcpy(unsigned long bytes) {
-  static std::map<unsigned long, bool> registered;
-  if (registered[bytes]) return;
-  registered[bytes] = true;
-  benchmark::RegisterBenchmark(("memcpy/" + std::to_string(bytes)).c_str(),
-                               [bytes](benchmark::State& state) {
-                                 const unsigned long half = bytes / 2;
-                                 std::vector<char> from(half, 1), to(half, 0);
-                                 for (auto _ : state) {
-                                   std::memcpy(to.data(), from.data(), half);
-                                   benchmark::ClobberMemory();
-                                 }
-                                 set_traffic(state, double(bytes));
-                               });
 }
 
 template <typename T>
@@ -93,7 +52,7 @@ void register_pair(const std::string& op, unsigned long n, unsigned long length,
         body(v);
         benchmark::ClobberMemory();
       }
-      set_traffic(state, bytes);
+      numbra_bench::set_traffic(state, bytes);
     });
   }
 }
@@ -106,7 +65,7 @@ void register_streaming() {
   const auto add = [&](const std::string& op, int vectors, Body<T> body) {
     const unsigned long bytes = vectors * n * sizeof(T);
     register_pair<T>(op, n, n, double(bytes), body, nullptr);
-    register_memcpy(bytes);
+    numbra_bench::register_memcpy(bytes);
   };
   add("Geam_nn", 3, [=](Operands<T>& v) {
     nb::x86Geam_nn<T>(0, rows, kDramColumns, alpha, kDramColumns, v.x, beta, kDramColumns, v.y,

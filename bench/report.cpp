@@ -73,6 +73,26 @@ void ComparisonReporter::Finalize() {
   }
 }
 
+void set_traffic(benchmark::State& state, double bytes) {
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
+  state.counters["bytes"] = bytes;
+}
+
+void register_memcpy(unsigned long bytes) {
+  static std::set<unsigned long> registered;
+  if (!registered.insert(bytes).second) return;
+  benchmark::RegisterBenchmark(("memcpy/" + std::to_string(bytes)).c_str(),
+                               [bytes](benchmark::State& state) {
+                                 const unsigned long half = bytes / 2;
+                                 std::vector<char> from(half, 1), to(half, 0);
+                                 for (auto _ : state) {
+                                   std::memcpy(to.data(), from.data(), half);
+                                   benchmark::ClobberMemory();
+                                 }
+                                 set_traffic(state, double(bytes));
+                               });
+}
+
 int run(int argc, char** argv) {
   std::vector<char*> args(argv, argv + argc);
   std::string min_time = "--benchmark_min_time=0.05";

@@ -38,6 +38,14 @@ class ComparisonReporter : public benchmark::ConsoleReporter {
   std::vector<std::string> per_element_order_;
 };
 
+// Sets the counter "bytes" (and the bytes processed) of a benchmark whose
+// iterations each move `bytes`.
+void set_traffic(benchmark::State& state, double bytes);
+
+// Registers "memcpy/<bytes>", a memcpy that reads and writes `bytes` in all,
+// once however often it is asked for.
+void register_memcpy(unsigned long bytes);
+
 // Runs the registered benchmarks with the summary reporter. Unless the
 // command line says otherwise, each is measured briefly and repeated five
 // times, and the summary takes the best repetition.

@@ -16,23 +16,17 @@ namespace nb = ZETL::numbra;
 using numbra_test::MatrixOperator;
 using numbra_test::span;
 
-namespace {
+using numbra_test::kInf;
+using numbra_test::kNaN;
+using numbra_test::zero_beta_term;
 
-template <typename T>
-const T kNaN = std::numeric_limits<T>::quiet_NaN();
-template <typename T>
-const T kInf = std::numeric_limits<T>::infinity();
+namespace {
 
 template <typename T>
 T sum_of(unsigned long n, const T* row) {
   T s = T(0);
   for (unsigned long j = 0; j < n; ++j) s = s + row[j];
   return s;
-}
-
-template <typename T>
-T u_of(T beta, T old) {
-  return beta == T(0) ? T(0) : old * beta;
 }
 
 constexpr unsigned long kBatch = 3;
@@ -57,7 +51,7 @@ std::vector<MatrixOperator<T>> operators() {
                        [=](unsigned long m, unsigned long n, unsigned long lda, const T* a, T* y) {
                          for (unsigned long r = 0; r < m; ++r) {
                            const T p = sum_of(n, a + r * lda) * alpha;
-                           y[r] = p + u_of(beta, y[r]);
+                           y[r] = p + zero_beta_term(beta, y[r]);
                          }
                        },
                        strided, rows});
@@ -69,7 +63,7 @@ std::vector<MatrixOperator<T>> operators() {
                          for (unsigned long r = 0; r < m; ++r) {
                            const T s = sum_of(n, a + r * n);
                            const T t = T(1) > s ? T(0) : s * alpha;
-                           y[r] = t + u_of(beta, y[r]);
+                           y[r] = t + zero_beta_term(beta, y[r]);
                          }
                        },
                        [](unsigned long m, unsigned long n, unsigned long) { return m * n; },
@@ -83,7 +77,7 @@ std::vector<MatrixOperator<T>> operators() {
                            const T c = b == 0 ? beta : T(1);
                            for (unsigned long r = 0; r < m; ++r) {
                              const T p = sum_of(n, a + b * m * n + r * lda) * alpha;
-                             y[r] = p + u_of(c, y[r]);
+                             y[r] = p + zero_beta_term(c, y[r]);
                            }
                          }
                        },
@@ -96,7 +90,7 @@ std::vector<MatrixOperator<T>> operators() {
                          nb::x86MatrixSumByCol<T>(1, m, n, lda, alpha, a, beta, y);
                        },
                        [=](unsigned long m, unsigned long n, unsigned long lda, const T* a, T* y) {
-                         for (unsigned long j = 0; j < n; ++j) y[j] = u_of(beta, y[j]);
+                         for (unsigned long j = 0; j < n; ++j) y[j] = zero_beta_term(beta, y[j]);
                          for (unsigned long r = 0; r < m; ++r) {
                            for (unsigned long j = 0; j < n; ++j) {
                              const T p = a[r * lda + j] * alpha;
@@ -113,7 +107,7 @@ std::vector<MatrixOperator<T>> operators() {
                          for (unsigned long r = 0; r < m && n > 0; ++r) {
                            const T s = sum_of(n, a + r * lda);
                            for (unsigned long j = 0; j < n; ++j) {
-                             const T u = u_of(beta, y[r * lda + j]);
+                             const T u = zero_beta_term(beta, y[r * lda + j]);
                              const T p = a[r * lda + j] * alpha;
                              const T q = p / s;
                              y[r * lda + j] = q + u;

@@ -17,17 +17,11 @@ namespace nb = ZETL::numbra;
 using numbra_test::MatrixOperator;
 using numbra_test::span;
 
+using numbra_test::kInf;
+using numbra_test::kNaN;
+using numbra_test::zero_beta_term;
+
 namespace {
-
-template <typename T>
-const T kNaN = std::numeric_limits<T>::quiet_NaN();
-template <typename T>
-const T kInf = std::numeric_limits<T>::infinity();
-
-template <typename T>
-T u_of(T beta, T old) {
-  return beta == T(0) ? T(0) : old * beta;
-}
 
 template <typename T>
 void prob_by_row(unsigned long m, unsigned long n, unsigned long lda, T alpha, const T* a, T beta,
@@ -36,7 +30,7 @@ void prob_by_row(unsigned long m, unsigned long n, unsigned long lda, T alpha, c
     T s = T(0);
     for (unsigned long j = 0; j < n; ++j) s = T(double(s) + std::exp(double(a[r * lda + j])));
     for (unsigned long j = 0; j < n; ++j) {
-      const T u = u_of(beta, y[r * lda + j]);
+      const T u = zero_beta_term(beta, y[r * lda + j]);
       const double v = (std::exp(double(a[r * lda + j])) * double(alpha)) / double(s);
       y[r * lda + j] = T(double(u) + v);
     }
@@ -87,7 +81,7 @@ std::vector<MatrixOperator<T>> operators() {
                          for (unsigned long r = 0; r < m; ++r) {
                            for (unsigned long j = 0; j < n; ++j) {
                              const T p = x[j] * alpha;
-                             y[r * lda + j] = p + u_of(beta, y[r * lda + j]);
+                             y[r * lda + j] = p + zero_beta_term(beta, y[r * lda + j]);
                            }
                          }
                        },
@@ -100,7 +94,8 @@ std::vector<MatrixOperator<T>> operators() {
           [=](unsigned long m, unsigned long n, unsigned long lda, const T* x, T* y) {
             for (unsigned long r = 0; r < m && n > 0; ++r) {
               const T t = x[r] * alpha;
-              for (unsigned long j = 0; j < n; ++j) y[r * lda + j] = t + u_of(beta, y[r * lda + j]);
+              for (unsigned long j = 0; j < n; ++j)
+                y[r * lda + j] = t + zero_beta_term(beta, y[r * lda + j]);
             }
           },
           [](unsigned long m, unsigned long n, unsigned long) { return n == 0 ? 0 : m; }, strided});

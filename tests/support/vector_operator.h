@@ -41,13 +41,16 @@ inline std::vector<Placement> placements(long n) {
       {"disjoint", base, base + far, base + 2 * far},
       {"out is a", base, base + far, base},
       {"out is b", base, base + far, base + far},
-      {"a is b, out is both", base, base, base},
+      {"a is b", base, base, base + far},
+      {"all the same", base, base, base},
   };
   for (long d = -9; d <= 9; ++d) {
     if (d == 0) continue;
     const std::string shift = std::to_string(d);
     result.push_back({"out at a" + shift, base, base + far, base + d});
     result.push_back({"out at b" + shift, base, base + far, base + far + d});
+    result.push_back(
+        {"out at a" + shift + ", b at a+" + std::to_string(-d / 2), base, base - d / 2, base + d});
   }
   return result;
 }

@@ -14,12 +14,11 @@
 namespace nb = ZETL::numbra;
 using numbra_test::VectorOperator;
 
-namespace {
+using numbra_test::kInf;
+using numbra_test::kNaN;
+using numbra_test::zero_beta_term;
 
-template <typename T>
-const T kNaN = std::numeric_limits<T>::quiet_NaN();
-template <typename T>
-const T kInf = std::numeric_limits<T>::infinity();
+namespace {
 
 // a is the mask, b the input x.
 template <typename T>
@@ -38,9 +37,7 @@ std::vector<VectorOperator<T>> operators() {
                        [=](T mask, T x, T old) {
                          const T xa = x * alpha, v = xa * scale;
                          const T w = (threshold < mask ? T(1) : T(0)) * v;
-                         if (beta == T(0)) return T(0) + w;
-                         const T u = old * beta;
-                         return u + w;
+                         return zero_beta_term(beta, old) + w;
                        }});
       }
       ops.push_back({"SplitBackward" + tag, true,
@@ -49,7 +46,7 @@ std::vector<VectorOperator<T>> operators() {
                      },
                      [=](T a, T b, T old) {
                        const T sum = a + b, scaled = sum * alpha;
-                       return scaled + (beta == T(0) ? T(0) : old * beta);
+                       return scaled + zero_beta_term(beta, old);
                      }});
     }
   }

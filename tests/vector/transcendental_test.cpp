@@ -15,17 +15,11 @@
 namespace nb = ZETL::numbra;
 using numbra_test::VectorOperator;
 
+using numbra_test::kInf;
+using numbra_test::kNaN;
+using numbra_test::zero_beta_term;
+
 namespace {
-
-template <typename T>
-const T kNaN = std::numeric_limits<T>::quiet_NaN();
-template <typename T>
-const T kInf = std::numeric_limits<T>::infinity();
-
-template <typename T>
-T blend(T beta, T old) {
-  return beta == T(0) ? T(0) : old * beta;
-}
 
 template <typename T>
 std::vector<VectorOperator<T>> forward_operators() {
@@ -61,7 +55,7 @@ std::vector<VectorOperator<T>> forward_operators() {
                      [alpha, beta](T x, T, T old) {
                        const T negated = -x;
                        const double r = double(alpha) / (std::exp(double(negated)) + 1.0);
-                       return T(r + double(blend(beta, old)));
+                       return T(r + double(zero_beta_term(beta, old)));
                      }});
       ops.push_back({"Tanh" + tag, false,
                      [alpha, beta](unsigned long n, const T* x, const T*, T* y) {
@@ -69,7 +63,7 @@ std::vector<VectorOperator<T>> forward_operators() {
                      },
                      [alpha, beta](T x, T, T old) {
                        const double r = std::tanh(double(x)) * double(alpha);
-                       return T(r + double(blend(beta, old)));
+                       return T(r + double(zero_beta_term(beta, old)));
                      }});
     }
   }
@@ -90,7 +84,7 @@ std::vector<VectorOperator<T>> backward_operators() {
                      [alpha, beta](T s, T g, T old) {
                        const T ga = g * alpha, gas = ga * s, one_less = T(1) - s;
                        const T product = one_less * gas;
-                       return product + blend(beta, old);
+                       return product + zero_beta_term(beta, old);
                      }});
       ops.push_back({"TanhBackward" + tag, true,
                      [alpha, beta](unsigned long n, const T* t, const T* g, T* y) {
@@ -99,7 +93,7 @@ std::vector<VectorOperator<T>> backward_operators() {
                      [alpha, beta](T t, T g, T old) {
                        const T ga = g * alpha, tt = t * t, one_less = T(1) - tt;
                        const T product = one_less * ga;
-                       return product + blend(beta, old);
+                       return product + zero_beta_term(beta, old);
                      }});
     }
   }
