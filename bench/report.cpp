@@ -3,45 +3,49 @@
 #include <cstdio>
 #include <cstring>
 #include <set>
+#include <string>
+#include <vector>
 
 namespace numbra_bench {
-
-namespace {
-
-// Keeps the best of the repetitions of each benchmark, in first-seen order.
-template <class Measure>
-void keep_best(std::map<std::string, Measure>& measures, std::vector<std::string>& order,
-               const std::string& name, Measure measure) {
-  const auto [entry, added] = measures.try_emplace(name, measure);
-  if (added) {
-    order.push_back(name);
-  } else if (measure.seconds < entry->second.seconds) {
-    entry->second.seconds = measure.seconds;
-  }
-}
-
-}  // namespace
 
 void ComparisonReporter::ReportRuns(const std::vector<Run>& runs) {
   for (const Run& run : runs) {
     if (run.run_type != Run::RT_Iteration || run.iterations == 0) continue;
-    const std::string name = run.run_name.str();
-    const double seconds = run.real_accumulated_time / double(run.iterations);
     const auto bytes = run.counters.find("bytes");
+    const auto flops = run.counters.find("flops");
     const auto elements = run.counters.find("elements");
-    if (bytes != run.counters.end()) {
-      keep_best(by_name_, order_, name, Measure{bytes->second.value, seconds});
-    } else if (elements != run.counters.end()) {
-      keep_best(per_element_, per_element_order_, name, Measure{elements->second.value, seconds});
+    if (bytes == run.counters.end() && flops == run.counters.end() &&
+        elements == run.counters.end())
+      continue;
+    Measure measure;
+    measure.bytes = bytes != run.counters.end() ? bytes->second.value : 0;
+    measure.flops = flops != run.counters.end() ? flops->second.value : 0;
+    measure.elements = elements != run.counters.end() ? elements->second.value : 0;
+    measure.seconds = run.cpu_accumulated_time / double(run.iterations);
+    const std::string name = run.run_name.str();
+    const double seconds = measure.seconds;
+    const auto [entry, added] = by_name_.try_emplace(name, measure);
+    if (added) {
+      order_.push_back(name);
+    } else if (seconds < entry->second.seconds) {
+      entry->second.seconds = seconds;  // best of the repetitions
     }
   }
 }
 
 void ComparisonReporter::Finalize() {
+  print_bandwidth_table();
+  print_compute_table();
+  print_per_element_table();
+}
+
+void ComparisonReporter::print_bandwidth_table() {
+  bool any = false;
+  for (const std::string& name : order_) any |= by_name_[name].bytes > 0;
+  if (!any) return;
   std::printf("\n%-34s %10s %10s %10s %10s %9s %9s\n", "operator", "n", "numbra", "scalar",
               "memcpy", "/memcpy", "/scalar");
   std::printf("%-34s %10s %10s %10s %10s %9s %9s\n", "", "", "GB/s", "GB/s", "GB/s", "", "");
-  std::set<std::string> done;
   for (const std::string& name : order_) {
     const auto first = name.find('/');
     const auto last = name.rfind('/');
@@ -65,11 +69,45 @@ void ComparisonReporter::Finalize() {
       std::printf(" %9s", "-");
     std::printf("\n");
   }
-  if (per_element_order_.empty()) return;
+}
+
+void ComparisonReporter::print_compute_table() {
+  bool any = false;
+  for (const std::string& name : order_) any |= by_name_[name].flops > 0;
+  if (!any) return;
+  std::printf("\n%-34s %10s %10s %10s %9s\n", "operation", "variant", "size", "GFLOP/s", "of peak");
+  for (const std::string& name : order_) {
+    const Measure& measure = by_name_[name];
+    const auto first = name.find('/');
+    const auto last = name.rfind('/');
+    if (measure.flops <= 0 || first == last) continue;
+    const std::string op = name.substr(0, first);
+    const std::string variant = name.substr(first + 1, last - first - 1);
+    const auto peak = by_name_.find(variant == "avx" ? "peak/mul_add" : "peak/fma");
+    std::printf("%-34s %10s %10s %10.1f", op.c_str(), variant.c_str(),
+                name.substr(last + 1).c_str(), measure.gflops());
+    if (peak != by_name_.end() && peak->second.gflops() > 0) {
+      std::printf(" %8.0f%%", 100 * measure.gflops() / peak->second.gflops());
+    }
+    std::printf("\n");
+  }
+  for (const char* peak : {"peak/fma", "peak/mul_add"}) {
+    const auto found = by_name_.find(peak);
+    if (found != by_name_.end())
+      std::printf("%-34s %10.1f GFLOP/s\n", peak, found->second.gflops());
+  }
+}
+
+void ComparisonReporter::print_per_element_table() {
+  bool any = false;
+  for (const std::string& name : order_) any |= by_name_[name].elements > 0;
+  if (!any) return;
   std::printf("\n%-34s %10s %12s\n", "operator", "elements", "ns/element");
-  for (const std::string& name : per_element_order_) {
-    const Measure& m = per_element_[name];
-    std::printf("%-34s %10.0f %12.3f\n", name.c_str(), m.bytes, m.seconds * 1e9 / m.bytes);
+  for (const std::string& name : order_) {
+    const Measure& measure = by_name_[name];
+    if (measure.elements <= 0) continue;
+    std::printf("%-34s %10.0f %12.3f\n", name.c_str(), measure.elements,
+                measure.seconds * 1e9 / measure.elements);
   }
 }
 

@@ -6,10 +6,14 @@
 // for the library, "scalar" for the plain loop, and each sets the counter
 // "bytes": the bytes that one iteration reads and writes. Baselines named
 // "memcpy/<bytes>" copy half of that many bytes, moving the same traffic.
-// Benchmarks that set the counter "elements" instead are listed in a table
-// of their own, in nanoseconds per element.
-// On a shared machine the best of the repetitions is the one least disturbed,
-// so that is what the summary shows.
+// Compute-bound benchmarks are named "<operation>/<variant>/<size>" and set
+// the counter "flops" instead; they are shown against "peak/fma" (or
+// "peak/mul_add" for the variant "avx"), the machine's register-only peaks.
+// Benchmarks that set the counter "elements" are listed in nanoseconds per
+// element. Rates use the CPU time of the measuring thread, so that other work on the
+// machine takes turns without counting against a benchmark; on a shared
+// machine the best of the repetitions is the one least disturbed, so that is
+// what the summary shows.
 #ifndef NUMBRA_BENCH_REPORT_H
 #define NUMBRA_BENCH_REPORT_H
 
@@ -29,13 +33,17 @@ class ComparisonReporter : public benchmark::ConsoleReporter {
  private:
   struct Measure {
     double bytes = 0;
+    double flops = 0;
+    double elements = 0;
     double seconds = 0;
     double gbps() const { return seconds > 0 ? bytes / seconds * 1e-9 : 0; }
+    double gflops() const { return seconds > 0 ? flops / seconds * 1e-9 : 0; }
   };
+  void print_bandwidth_table();
+  void print_compute_table();
+  void print_per_element_table();
   std::map<std::string, Measure> by_name_;
   std::vector<std::string> order_;
-  std::map<std::string, Measure> per_element_;  // Measure::bytes holds elements
-  std::vector<std::string> per_element_order_;
 };
 
 // Sets the counter "bytes" (and the bytes processed) of a benchmark whose

@@ -1,0 +1,17 @@
+// The blocked transpose, shared by the matrix-layout operator and the GEMM
+// entry points that bring transposed operands into shape.
+#ifndef NUMBRA_LAYOUT_TRANSPOSE_H
+#define NUMBRA_LAYOUT_TRANSPOSE_H
+
+namespace ZETL {
+namespace numbra {
+
+// b[j * ldb + i] = a[i * lda + j] for i < m and j < n, bit for bit; nothing
+// else of b is written. a and b must not overlap.
+template <typename T>
+void transposeMatrix(int m, int n, int lda, const T* a, int ldb, T* b);
+
+}  // namespace numbra
+}  // namespace ZETL
+
+#endif  // NUMBRA_LAYOUT_TRANSPOSE_H

@@ -1,0 +1,57 @@
+// The blocked transpose: b[j * ldb + i] = a[i * lda + j], bit for bit, every
+// element once, nothing else of b written, nothing outside a read.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "numbra.h"
+#include "support/float_bits.h"
+#include "support/guarded_buffer.h"
+
+namespace nb = ZETL::numbra;
+using numbra_test::Guard;
+using numbra_test::GuardedBuffer;
+
+namespace {
+
+template <typename T>
+class TransposeTest : public ::testing::Test {};
+
+using Precisions = ::testing::Types<float, double>;
+TYPED_TEST_SUITE(TransposeTest, Precisions);
+
+TYPED_TEST(TransposeTest, EveryShapeAroundTheTileEdge) {
+  using T = TypeParam;
+  for (const long m : {0, 1, 2, 63, 64, 65, 100, 130})
+    for (const long n : {0, 1, 63, 64, 65, 100, 129})
+      for (const auto& [lda_extra, ldb_extra] : {std::pair{0L, 0L}, {3L, 5L}}) {
+        const long lda = n + lda_extra, ldb = m + ldb_extra;
+        const long a_size = m > 0 ? (m - 1) * lda + n : 0;
+        const long b_size = n > 0 ? (n - 1) * ldb + m : 0;
+        for (const Guard guard : {Guard::kAfter, Guard::kBefore}) {
+          GuardedBuffer<T> a(a_size, guard), b(b_size, guard);
+          const auto a0 = numbra_test::mixed_values<T>(a_size, 1);
+          const auto b0 = numbra_test::mixed_values<T>(b_size, 2);
+          a.assign(a0.data());
+          b.assign(b0.data());
+          std::vector<T> expected = b0;
+          for (long i = 0; i < m; ++i)
+            for (long j = 0; j < n; ++j) expected[j * ldb + i] = a0[i * lda + j];
+          nb::x86MatrixTranspose<T>(-1, m, n, lda, a.data(), ldb, b.data());
+          SCOPED_TRACE("m=" + std::to_string(m) + " n=" + std::to_string(n) +
+                       " lda=" + std::to_string(lda) + " ldb=" + std::to_string(ldb));
+          EXPECT_SAME_ARRAY_BITS(expected.data(), b.data(), b_size);
+        }
+      }
+}
+
+TYPED_TEST(TransposeTest, ColumnVectorWithUnitStride) {
+  using T = TypeParam;
+  const std::vector<T> a = {1, -0.0, 3};
+  std::vector<T> b(3);
+  nb::x86MatrixTranspose<T>(0, 3, 1, 1, a.data(), 3, b.data());
+  EXPECT_SAME_ARRAY_BITS(a.data(), b.data(), 3);
+}
+
+}  // namespace
