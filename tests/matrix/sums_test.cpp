@@ -199,20 +199,4 @@ TYPED_TEST(SumsTest, AvgByRowDividesByTheRowSum) {
   EXPECT_SAME_BITS(T(0.75), a[1]);
 }
 
-TEST(SumByColFloat, RoundsEveryProduct) {
-  // alpha applied to every element differs from alpha times the column sum.
-  const unsigned long m = 1000;
-  std::vector<float> a(m);
-  for (unsigned long r = 0; r < m; ++r) a[r] = 0.7f + float(r) * 0.013f;
-  float y = 0, scaled_sum = 0, sum = 0;
-  for (unsigned long r = 0; r < m; ++r) {
-    const float p = a[r] * 0.3f;
-    scaled_sum = scaled_sum + p;
-    sum = sum + a[r];
-  }
-  nb::x86MatrixSumByCol<float>(0, m, 1, 1, 0.3f, a.data(), 0.0f, &y);
-  EXPECT_SAME_BITS(scaled_sum, y);
-  EXPECT_NE(numbra_test::bits(sum * 0.3f), numbra_test::bits(y));
-}
-
 }  // namespace
