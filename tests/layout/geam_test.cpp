@@ -136,7 +136,7 @@ TYPED_TEST(GeamTest, UntransposedFormRunsInPlace) {
   }
 }
 
-TYPED_TEST(GeamTest, StatedExamples) {
+TYPED_TEST(GeamTest, SmallExamples) {
   using T = TypeParam;
   const T nan = std::numeric_limits<T>::quiet_NaN();
   // tn with m = 2, n = 3: a is stored 3 by 2 (stride 2), b and c 2 by 3.

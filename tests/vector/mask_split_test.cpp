@@ -1,5 +1,5 @@
 // Mask-and-scale and split backward against their scalar definitions on
-// every operand placement, and their stated special values.
+// every operand placement, and their treatment of special values.
 #include <gtest/gtest.h>
 
 #include <cmath>
