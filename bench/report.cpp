@@ -2,6 +2,9 @@
 
 #include <cstdio>
 #include <cstring>
+#include <set>
+#include <string>
+#include <vector>
 
 namespace numbra_bench {
 namespace {
@@ -26,10 +29,14 @@ void ComparisonReporter::ReportRuns(const std::vector<Run>& runs) {
     if (run.run_type != Run::RT_Iteration || run.iterations == 0) continue;
     const auto bytes = run.counters.find("bytes");
     const auto flops = run.counters.find("flops");
-    if (bytes == run.counters.end() && flops == run.counters.end()) continue;
+    const auto elements = run.counters.find("elements");
+    if (bytes == run.counters.end() && flops == run.counters.end() &&
+        elements == run.counters.end())
+      continue;
     Measure measure;
     measure.bytes = bytes != run.counters.end() ? bytes->second.value : 0;
     measure.flops = flops != run.counters.end() ? flops->second.value : 0;
+    measure.elements = elements != run.counters.end() ? elements->second.value : 0;
     measure.seconds = run.cpu_accumulated_time / double(run.iterations);
     const std::string name = run.run_name.str();
     const double seconds = measure.seconds;
@@ -46,6 +53,7 @@ void ComparisonReporter::Finalize() {
   print_bandwidth_table();
   print_peer_table();
   print_compute_table();
+  print_per_element_table();
 }
 
 template <class Visit>
@@ -144,6 +152,39 @@ void ComparisonReporter::print_compute_table() {
     if (found != by_name_.end())
       std::printf("%-34s %10.1f GFLOP/s\n", peak, found->second.gflops());
   }
+}
+
+void ComparisonReporter::print_per_element_table() {
+  bool any = false;
+  for (const std::string& name : order_) any |= by_name_[name].elements > 0;
+  if (!any) return;
+  std::printf("\n%-34s %10s %12s\n", "operator", "elements", "ns/element");
+  for (const std::string& name : order_) {
+    const Measure& measure = by_name_[name];
+    if (measure.elements <= 0) continue;
+    std::printf("%-34s %10.0f %12.3f\n", name.c_str(), measure.elements,
+                measure.seconds * 1e9 / measure.elements);
+  }
+}
+
+void set_traffic(benchmark::State& state, double bytes) {
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
+  state.counters["bytes"] = bytes;
+}
+
+void register_memcpy(unsigned long bytes) {
+  static std::set<unsigned long> registered;
+  if (!registered.insert(bytes).second) return;
+  benchmark::RegisterBenchmark(("memcpy/" + std::to_string(bytes)).c_str(),
+                               [bytes](benchmark::State& state) {
+                                 const unsigned long half = bytes / 2;
+                                 std::vector<char> from(half, 1), to(half, 0);
+                                 for (auto _ : state) {
+                                   std::memcpy(to.data(), from.data(), half);
+                                   benchmark::ClobberMemory();
+                                 }
+                                 set_traffic(state, double(bytes));
+                               });
 }
 
 int run(int argc, char** argv) {
