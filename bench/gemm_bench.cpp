@@ -1,5 +1,6 @@
 // The dense multiply beside the machine's arithmetic peaks, measured in the
-// same run: x86Gemm_nn<float> through the FMA and the AVX twin.
+// same run: x86Gemm_nn<float> through the FMA and the AVX twin, and the peer
+// BLAS's single-threaded sgemm when one was found at build time.
 #include <benchmark/benchmark.h>
 
 #include <random>
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "numbra.h"
+#include "openblas_peer.h"
 #include "peak.h"
 #include "report.h"
 
@@ -34,29 +36,43 @@ std::vector<float> random_matrix(long elements, unsigned seed) {
   return v;
 }
 
-void register_sgemm(const char* variant, ISA_t isa, long size) {
+// C = A * B for square row-major matrices of `size`, by `multiply(size, a,
+// b, c, ws)`.
+template <class Multiply>
+void register_sgemm(const char* variant, long size, Multiply multiply) {
   const std::string name = std::string("sgemm_nn/") + variant + "/" + std::to_string(size);
-  benchmark::RegisterBenchmark(name.c_str(), [isa, size](benchmark::State& state) {
+  benchmark::RegisterBenchmark(name.c_str(), [size, multiply](benchmark::State& state) {
     const auto a = random_matrix(size * size, 1), b = random_matrix(size * size, 2);
     std::vector<float> c(size * size);
     std::vector<float> ws(nb::x86GemmNNGetSize<float>(1, size, size, size, size, size, size) /
                           sizeof(float));
     for (auto _ : state) {
-      nb::x86Gemm_nn<float>(isa, IMP_DEFAULT, 1, size, size, size, 1.0f, size, a.data(), size,
-                            b.data(), ws.data(), 0.0f, size, c.data());
+      multiply(size, a.data(), b.data(), c.data(), ws.data());
       benchmark::ClobberMemory();
     }
     state.counters["flops"] = 2.0 * size * size * size;
   });
 }
 
+void register_products(long size) {
+  for (const auto& [variant, isa] : {std::pair{"fma", ISA_FMA}, {"avx", ISA_AVX}}) {
+    register_sgemm(
+        variant, size, [isa = isa](long s, const float* a, const float* b, float* c, float* ws) {
+          nb::x86Gemm_nn<float>(isa, IMP_DEFAULT, 1, s, s, s, 1.0f, s, a, s, b, ws, 0.0f, s, c);
+        });
+  }
+#ifdef NUMBRA_BENCH_OPENBLAS
+  register_sgemm("openblas", size, [](long s, const float* a, const float* b, float* c, float*) {
+    cblas_sgemm(CblasRowMajor, CblasNoTrans, CblasNoTrans, s, s, s, 1.0f, a, s, b, s, 0.0f, c, s);
+  });
+#endif
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  numbra_bench::pin_peer_blas(argv);
   register_peaks();
-  for (const long size : {256, 1024, 2048}) {
-    register_sgemm("fma", ISA_FMA, size);
-    register_sgemm("avx", ISA_AVX, size);
-  }
+  for (const long size : {256, 1024, 2048}) register_products(size);
   return numbra_bench::run(argc, argv);
 }

@@ -10,13 +10,8 @@
 #include <vector>
 
 #include "numbra.h"
+#include "openblas_peer.h"
 #include "report.h"
-
-#ifdef NUMBRA_BENCH_OPENBLAS
-#include <unistd.h>
-
-#include <cblas.h>
-#endif
 
 namespace nb = ZETL::numbra;
 
@@ -112,19 +107,7 @@ void register_products() {
 }  // namespace
 
 int main(int argc, char** argv) {
-#ifdef NUMBRA_BENCH_OPENBLAS
-  // The peer chooses its kernels and threads when it is loaded, before main
-  // runs, so the choice is made through the environment of a fresh start.
-  if (std::getenv("OPENBLAS_CORETYPE") == nullptr) {
-    setenv("OPENBLAS_CORETYPE", "Haswell", 1);
-    setenv("OPENBLAS_NUM_THREADS", "1", 1);
-    execv("/proc/self/exe", argv);
-  }
-  openblas_set_num_threads(1);
-  benchmark::AddCustomContext("openblas", openblas_get_corename());
-#else
-  benchmark::AddCustomContext("openblas", "not found at build time, comparison skipped");
-#endif
+  numbra_bench::pin_peer_blas(argv);
   register_products();
   return numbra_bench::run(argc, argv);
 }

@@ -2,6 +2,9 @@
 
 #include <cstdio>
 #include <cstring>
+#include <set>
+#include <string>
+#include <vector>
 
 namespace numbra_bench {
 namespace {
@@ -26,12 +29,14 @@ void ComparisonReporter::ReportRuns(const std::vector<Run>& runs) {
     if (run.run_type != Run::RT_Iteration || run.iterations == 0) continue;
     const auto bytes = run.counters.find("bytes");
     const auto flops = run.counters.find("flops");
-    if (bytes == run.counters.end() && flops == run.counters.end()) continue;
+    const auto elements = run.counters.find("elements");
+    if (bytes == run.counters.end() && flops == run.counters.end() &&
+        elements == run.counters.end())
+      continue;
     Measure measure;
     measure.bytes = bytes != run.counters.end() ? bytes->second.value : 0;
     measure.flops = flops != run.counters.end() ? flops->second.value : 0;
-    const auto entries = run.counters.find("entries");
-    measure.entries = entries != run.counters.end() ? entries->second.value : 0;
+    measure.elements = elements != run.counters.end() ? elements->second.value : 0;
     measure.seconds = run.cpu_accumulated_time / double(run.iterations);
     const std::string name = run.run_name.str();
     const double seconds = measure.seconds;
@@ -48,7 +53,7 @@ void ComparisonReporter::Finalize() {
   print_bandwidth_table();
   print_peer_table();
   print_compute_table();
-  print_entry_table();
+  print_per_element_table();
 }
 
 template <class Visit>
@@ -149,20 +154,37 @@ void ComparisonReporter::print_compute_table() {
   }
 }
 
-void ComparisonReporter::print_entry_table() {
-  bool header = false;
+void ComparisonReporter::print_per_element_table() {
+  bool any = false;
+  for (const std::string& name : order_) any |= by_name_[name].elements > 0;
+  if (!any) return;
+  std::printf("\n%-34s %10s %12s\n", "operator", "elements", "ns/element");
   for (const std::string& name : order_) {
     const Measure& measure = by_name_[name];
-    NameParts parts;
-    if (measure.entries <= 0 || !split_name(name, &parts)) continue;
-    if (!header) {
-      std::printf("\n%-34s %10s %10s %10s %10s\n", "sparse operator", "variant", "n", "entries",
-                  "ns/entry");
-      header = true;
-    }
-    std::printf("%-34s %10s %10s %10.0f %10.3f\n", parts.op.c_str(), parts.variant.c_str(),
-                parts.n.c_str(), measure.entries, measure.seconds * 1e9 / measure.entries);
+    if (measure.elements <= 0) continue;
+    std::printf("%-34s %10.0f %12.3f\n", name.c_str(), measure.elements,
+                measure.seconds * 1e9 / measure.elements);
   }
+}
+
+void set_traffic(benchmark::State& state, double bytes) {
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
+  state.counters["bytes"] = bytes;
+}
+
+void register_memcpy(unsigned long bytes) {
+  static std::set<unsigned long> registered;
+  if (!registered.insert(bytes).second) return;
+  benchmark::RegisterBenchmark(("memcpy/" + std::to_string(bytes)).c_str(),
+                               [bytes](benchmark::State& state) {
+                                 const unsigned long half = bytes / 2;
+                                 std::vector<char> from(half, 1), to(half, 0);
+                                 for (auto _ : state) {
+                                   std::memcpy(to.data(), from.data(), half);
+                                   benchmark::ClobberMemory();
+                                 }
+                                 set_traffic(state, double(bytes));
+                               });
 }
 
 int run(int argc, char** argv) {

@@ -12,9 +12,8 @@
 // Compute-bound benchmarks are named "<operation>/<variant>/<size>" and set
 // the counter "flops" instead; they are shown against "peak/fma" (or
 // "peak/mul_add" for the variant "avx"), the machine's register-only peaks.
-// Sparse benchmarks also set the counter "entries", the stored entries of
-// their matrix, and get a table of time per entry.
-// Rates use the CPU time of the measuring thread, so that other work on the
+// Benchmarks that set the counter "elements" are listed in nanoseconds per
+// element. Rates use the CPU time of the measuring thread, so that other work on the
 // machine takes turns without counting against a benchmark; on a shared
 // machine the best of the repetitions is the one least disturbed, so that is
 // what the summary shows.
@@ -38,7 +37,7 @@ class ComparisonReporter : public benchmark::ConsoleReporter {
   struct Measure {
     double bytes = 0;
     double flops = 0;
-    double entries = 0;
+    double elements = 0;
     double seconds = 0;
     double gbps() const { return seconds > 0 ? bytes / seconds * 1e-9 : 0; }
     double gflops() const { return seconds > 0 ? flops / seconds * 1e-9 : 0; }
@@ -49,10 +48,18 @@ class ComparisonReporter : public benchmark::ConsoleReporter {
   void print_bandwidth_table();
   void print_peer_table();
   void print_compute_table();
-  void print_entry_table();
+  void print_per_element_table();
   std::map<std::string, Measure> by_name_;
   std::vector<std::string> order_;
 };
+
+// Sets the counter "bytes" (and the bytes processed) of a benchmark whose
+// iterations each move `bytes`.
+void set_traffic(benchmark::State& state, double bytes);
+
+// Registers "memcpy/<bytes>", a memcpy that reads and writes `bytes` in all,
+// once however often it is asked for.
+void register_memcpy(unsigned long bytes);
 
 // Runs the registered benchmarks with the summary reporter. Unless the
 // command line says otherwise, each is measured briefly and repeated five

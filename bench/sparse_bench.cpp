@@ -1,5 +1,5 @@
 // Sparse products and conversions. The products run on a random 200000 x
-// 200000 matrix with about 16 entries a row and on a band of 16, measured in
+// 200000 matrix with 16 entries a row and on a band of 16, measured in
 // GB/s of their index and value streams, the CSR form beside Eigen's
 // row-major product. The conversions run on a 4000 x 4000 matrix with 5%
 // nonzeros, in time per stored entry; walks of the dense matrix are set
@@ -114,10 +114,10 @@ ProductCase& product_case(bool banded) {
   return c;
 }
 
+// Bytes read per iteration, and the stored entries for the time per entry.
 void set_traffic(benchmark::State& state, double bytes, double entries) {
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
-  state.counters["bytes"] = bytes;
-  state.counters["entries"] = entries;
+  numbra_bench::set_traffic(state, bytes);
+  state.counters["elements"] = entries;
 }
 
 // A plain read of `bytes`, front to back in one stream as the dense walks
@@ -135,8 +135,7 @@ void stream_read(benchmark::State& state, unsigned long bytes) {
     }
     benchmark::DoNotOptimize(_mm_add_ps(_mm_add_ps(s0, s1), _mm_add_ps(s2, s3)));
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
-  state.counters["bytes"] = static_cast<double>(bytes);
+  numbra_bench::set_traffic(state, static_cast<double>(bytes));
 }
 
 void register_stream_read(unsigned long bytes) {

@@ -10,42 +10,16 @@
 #include <vector>
 
 #include "numbra.h"
+#include "operands.h"
 #include "report.h"
 
 namespace nb = ZETL::numbra;
+using numbra_bench::operands;
+using numbra_bench::Operands;
 
 namespace {
 
 const unsigned long kLengths[] = {1000, 100000, 30000000};
-
-// Operands of one length, allocated once and shared by every benchmark.
-// Values stay in [0.5, 1.5) so that no operator meets a zero, a subnormal or
-// an overflow however often it runs in place.
-template <typename T>
-struct Operands {
-  explicit Operands(unsigned long n) : storage(4 * n) {
-    x = storage.data();
-    y = x + n;
-    z = y + n;
-    w = z + n;
-    for (unsigned long i = 0; i < n; ++i) {
-      x[i] = T(0.5) + T(i % 1000) / T(1000);
-      y[i] = T(1.5) - T(i % 777) / T(777);
-      z[i] = T(0.75);
-      w[i] = T(1.25);
-    }
-  }
-  std::vector<T> storage;
-  T *x, *y, *z, *w;
-};
-
-template <typename T>
-Operands<T>& operands(unsigned long n) {
-  static std::map<unsigned long, std::unique_ptr<Operands<T>>> cache;
-  auto& slot = cache[n];
-  if (!slot) slot = std::make_unique<Operands<T>>(n);
-  return *slot;
-}
 
 template <typename T>
 struct Operator {
@@ -190,28 +164,6 @@ const char* type_name<double>() {
   return "double";
 }
 
-void set_traffic(benchmark::State& state, double bytes) {
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
-  state.counters["bytes"] = bytes;
-}
-
-// A memcpy that reads and writes `bytes` in all.
-void register_memcpy(unsigned long bytes) {
-  static std::map<unsigned long, bool> registered;
-  if (registered[bytes]) return;
-  registered[bytes] = true;
-  benchmark::RegisterBenchmark(("memcpy/" + std::to_string(bytes)).c_str(),
-                               [bytes](benchmark::State& state) {
-                                 const unsigned long half = bytes / 2;
-                                 std::vector<char> from(half, 1), to(half, 0);
-                                 for (auto _ : state) {
-                                   std::memcpy(to.data(), from.data(), half);
-                                   benchmark::ClobberMemory();
-                                 }
-                                 set_traffic(state, double(bytes));
-                               });
-}
-
 template <typename T>
 void register_operators() {
   for (const Operator<T>& op : operators<T>()) {
@@ -227,10 +179,10 @@ void register_operators() {
             body(n, v);
             benchmark::ClobberMemory();
           }
-          set_traffic(state, double(bytes));
+          numbra_bench::set_traffic(state, double(bytes));
         });
       }
-      register_memcpy(bytes);
+      numbra_bench::register_memcpy(bytes);
     }
   }
 }

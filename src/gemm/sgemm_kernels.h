@@ -11,40 +11,48 @@
 
 #include <immintrin.h>
 
+#include <algorithm>
+
 #include "gemm/sgemm_tiles.h"
 
 namespace numbra {
 namespace gemm {
 namespace {
 
-// c[r][j] += sum over l < k of a[r][l] * b[l][j] for an R by 8G micro-tile,
-// held in R * G accumulators for the whole depth: each element is one chain
-// of steps in ascending l. Rows of a, b and c lie a_stride, b_stride and
-// c_stride floats apart.
+// c[r][j] += sum over l of a[r][l] * b[l][j] for an R by 8G micro-tile, over
+// `chunks` consecutive depth chunks of k each, whose A and B tiles lie one
+// slot apart. The micro-tile is held in R * G accumulators for the whole
+// depth: each element is one chain of steps in ascending l. Rows of a, b
+// and c lie a_stride, b_stride and c_stride floats apart.
 template <int R, int G, class MulAdd>
 [[gnu::always_inline]] inline void micro_tile(const float* a, int a_stride, const float* b,
-                                              int b_stride, float* c, int c_stride, int k) {
+                                              int b_stride, float* c, int c_stride, int k,
+                                              int chunks) {
   __m256 acc[R][G];
 #pragma GCC unroll 6
   for (int r = 0; r < R; ++r) {
 #pragma GCC unroll 3
     for (int g = 0; g < G; ++g) acc[r][g] = _mm256_loadu_ps(c + r * c_stride + 8 * g);
   }
+  for (int q = 0; q < chunks; ++q) {
+    const float* a_chunk = a + q * kSlotFloats;
+    const float* b_row = b + q * kSlotFloats;
 #pragma GCC unroll 2
-  for (int l = 0; l < k; ++l, b += b_stride) {
-    __m256 y[G];
+    for (int l = 0; l < k; ++l, b_row += b_stride) {
+      __m256 y[G];
 #pragma GCC unroll 3
-    for (int g = 0; g < G; ++g) {
-      y[g] = _mm256_loadu_ps(b + 8 * g);
-      // Keep the row of b in registers: folding the load into every
-      // multiply-add would load it R times.
-      asm("" : "+x"(y[g]));
-    }
+      for (int g = 0; g < G; ++g) {
+        y[g] = _mm256_loadu_ps(b_row + 8 * g);
+        // Keep the row of b in registers: folding the load into every
+        // multiply-add would load it R times.
+        asm("" : "+x"(y[g]));
+      }
 #pragma GCC unroll 6
-    for (int r = 0; r < R; ++r) {
-      const __m256 x = _mm256_broadcast_ss(a + r * a_stride + l);
+      for (int r = 0; r < R; ++r) {
+        const __m256 x = _mm256_broadcast_ss(a_chunk + r * a_stride + l);
 #pragma GCC unroll 3
-      for (int g = 0; g < G; ++g) acc[r][g] = MulAdd::step(acc[r][g], y[g], x);
+        for (int g = 0; g < G; ++g) acc[r][g] = MulAdd::step(acc[r][g], y[g], x);
+      }
     }
   }
 #pragma GCC unroll 6
@@ -57,16 +65,17 @@ template <int R, int G, class MulAdd>
 // R rows of a W-wide tile, in micro-tiles of G lane groups and one narrower
 // one for what is left.
 template <int R, int W, class MulAdd>
-inline void tile_rows(const float* a, int a_stride, const float* b, float* c, int k) {
+inline void tile_rows(const float* a, int a_stride, const float* b, float* c, int k, int chunks) {
   constexpr int G = MulAdd::kGroups;
   int j = 0;
-  for (; j + 8 * G <= W; j += 8 * G) micro_tile<R, G, MulAdd>(a, a_stride, b + j, W, c + j, W, k);
+  for (; j + 8 * G <= W; j += 8 * G)
+    micro_tile<R, G, MulAdd>(a, a_stride, b + j, W, c + j, W, k, chunks);
   switch ((W - j) / 8) {
     case 2:
-      micro_tile<R, 2, MulAdd>(a, a_stride, b + j, W, c + j, W, k);
+      micro_tile<R, 2, MulAdd>(a, a_stride, b + j, W, c + j, W, k, chunks);
       break;
     case 1:
-      micro_tile<R, 1, MulAdd>(a, a_stride, b + j, W, c + j, W, k);
+      micro_tile<R, 1, MulAdd>(a, a_stride, b + j, W, c + j, W, k, chunks);
       break;
     default:
       break;
@@ -77,22 +86,24 @@ inline void tile_rows(const float* a, int a_stride, const float* b, float* c, in
 // a[row * a_stride + l] * b[l * W + j], for rows in pairs r, r + 1 while
 // r < m (an odd m also touches row m), each element a chain of steps in
 // ascending l. The tile is covered by micro-tiles of MulAdd::kRows rows,
-// then of 4 and of 2 for what is left.
+// then of 4 and of 2 for what is left. With `chunks` above 1 the depth runs
+// on through that many chunks of the packed strip, one slot apart.
 template <int W, class MulAdd>
-inline void sgemm_kernel_2xw(const float* a, int a_stride, const float* b, float* c, int m, int k) {
+inline void sgemm_kernel_2xw(const float* a, int a_stride, const float* b, float* c, int m, int k,
+                             int chunks = 1) {
   constexpr int R = MulAdd::kRows;
   const int rows = m + (m & 1);
   int r = 0;
   for (; r + R <= rows; r += R) {
-    tile_rows<R, W, MulAdd>(a + r * a_stride, a_stride, b, c + r * W, k);
+    tile_rows<R, W, MulAdd>(a + r * a_stride, a_stride, b, c + r * W, k, chunks);
   }
   if constexpr (R > 4) {
     if (r + 4 <= rows) {
-      tile_rows<4, W, MulAdd>(a + r * a_stride, a_stride, b, c + r * W, k);
+      tile_rows<4, W, MulAdd>(a + r * a_stride, a_stride, b, c + r * W, k, chunks);
       r += 4;
     }
   }
-  if (r < rows) tile_rows<2, W, MulAdd>(a + r * a_stride, a_stride, b, c + r * W, k);
+  if (r < rows) tile_rows<2, W, MulAdd>(a + r * a_stride, a_stride, b, c + r * W, k, chunks);
 }
 
 // Picks the kernel for a tile `n` columns wide (a multiple of 8 up to 48) and
@@ -130,6 +141,7 @@ void do_sgemm_kernel(float* a, float* b, float* c, int m, int n, int k) {
 // column tile is widened to a multiple of 8.
 template <class MulAdd>
 void sgemm_nn_large_blk(int m, int n, int k, float* a, float* b, float* c) {
+  constexpr int kChunksPerPass = 2;
   const TileSplit strips(m);
   const TileSplit columns(n);
   const TileSplit depth(k);
@@ -140,9 +152,11 @@ void sgemm_nn_large_blk(int m, int n, int k, float* a, float* b, float* c) {
   auto c_tile = [&](int s, int t) { return c + (s * nct + t) * kSlotFloats; };
   auto multiply_strip = [&](int s, int rows) {
     for (int t = 0; t < columns.full; ++t) {
-      for (int q = 0; q < depth.full; ++q) {
+      // Full chunks go two at a time: the accumulators stay in registers
+      // across both, and the two B tiles still fit the first-level cache.
+      for (int q = 0; q < depth.full; q += kChunksPerPass) {
         sgemm_kernel_2xw<48, MulAdd>(a_tile(s, q), kTileEdge, b_tile(t, q), c_tile(s, t), rows,
-                                     kTileEdge);
+                                     kTileEdge, std::min(kChunksPerPass, depth.full - q));
       }
       if (depth.tail > 0) {
         sgemm_kernel_2xw<48, MulAdd>(a_tile(s, depth.full), depth.tail, b_tile(t, depth.full),

@@ -1,2 +1,4 @@
 numbra_target_sources(numbra_mac_x86
+  ${CMAKE_CURRENT_LIST_DIR}/sums.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/updates.cpp
 )

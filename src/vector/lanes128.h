@@ -27,6 +27,8 @@ struct Lanes128<float> {
   // NaN or the two compare equal.
   static Vec max(Vec a, Vec b) { return _mm_max_ps(a, b); }
   static Vec min(Vec a, Vec b) { return _mm_min_ps(a, b); }
+  // 1 in the lanes where a < b, 0 elsewhere (also where either is NaN).
+  static Vec one_if_less(Vec a, Vec b) { return _mm_and_ps(_mm_cmplt_ps(a, b), splat(1.0f)); }
 
   // x / y, and +0 in the lanes where y == 0. Those lanes divide +0 by 1, so no
   // lane raises a flag that the element-by-element definition would not.
@@ -51,6 +53,7 @@ struct Lanes128<double> {
   static Vec splat(double v) { return _mm_set1_pd(v); }
   static Vec max(Vec a, Vec b) { return _mm_max_pd(a, b); }
   static Vec min(Vec a, Vec b) { return _mm_min_pd(a, b); }
+  static Vec one_if_less(Vec a, Vec b) { return _mm_and_pd(_mm_cmplt_pd(a, b), splat(1.0)); }
 
   static Vec div_or_zero(Vec x, Vec y) {
     const Vec zero_divisor = _mm_cmpeq_pd(y, _mm_setzero_pd());

@@ -35,6 +35,18 @@ T from_bits(BitsOf<T> b) {
 }
 
 template <typename T>
+const T kNaN = std::numeric_limits<T>::quiet_NaN();
+template <typename T>
+const T kInf = std::numeric_limits<T>::infinity();
+
+// The blend term of an output element under the zero-beta rule: +0 for a
+// zero beta of either sign, with the old value unread; old * beta otherwise.
+template <typename T>
+T zero_beta_term(T beta, T old) {
+  return beta == T(0) ? T(0) : old * beta;
+}
+
+template <typename T>
 std::string describe(T v) {
   std::ostringstream out;
   out << std::setprecision(std::numeric_limits<T>::max_digits10) << +v << " (0x" << std::hex

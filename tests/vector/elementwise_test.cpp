@@ -13,34 +13,21 @@
 #include "numbra.h"
 #include "support/float_bits.h"
 #include "support/guarded_buffer.h"
+#include "support/vector_operator.h"
 
 namespace nb = ZETL::numbra;
 using numbra_test::boundary_lengths;
 using numbra_test::Guard;
 using numbra_test::GuardedBuffer;
 using numbra_test::mixed_values;
+using numbra_test::VectorOperator;
 
 namespace {
 
-// One operator out = f(a[, b]) with its scalars bound. `element` defines
-// out[i] from a[i], b[i] (when the operator has b) and the old out[i].
 template <typename T>
-struct Operator {
-  std::string name;
-  bool has_b;
-  std::function<void(unsigned long n, const T* a, const T* b, T* out)> run;
-  std::function<T(T a, T b, T old_out)> element;
-};
-
-template <typename T>
-void run_definition(const Operator<T>& op, unsigned long n, const T* a, const T* b, T* out) {
-  for (unsigned long i = 0; i < n; ++i) out[i] = op.element(a[i], op.has_b ? b[i] : T(0), out[i]);
-}
-
-template <typename T>
-std::vector<Operator<T>> operators() {
+std::vector<VectorOperator<T>> operators() {
   const T nan = std::numeric_limits<T>::quiet_NaN();
-  std::vector<Operator<T>> ops = {
+  std::vector<VectorOperator<T>> ops = {
       {"Add", true,
        [](unsigned long n, const T* a, const T* b, T* o) { nb::x86VectorAdd(n, a, b, o); },
        [](T a, T b, T) { return a + b; }},
@@ -115,33 +102,6 @@ std::vector<Operator<T>> operators() {
   return ops;
 }
 
-// Positions of a, b and out in one arena, in elements.
-struct Layout {
-  std::string name;
-  long a, b, out;
-};
-
-std::vector<Layout> layouts(long n) {
-  const long base = 16;           // room for shifts below the operands
-  const long far = n + 2 * base;  // distance that separates operands
-  std::vector<Layout> result = {
-      {"disjoint", base, base + far, base + 2 * far},
-      {"out is a", base, base + far, base},
-      {"out is b", base, base + far, base + far},
-      {"a is b", base, base, base + far},
-      {"all the same", base, base, base},
-  };
-  for (long d = -9; d <= 9; ++d) {
-    if (d == 0) continue;
-    const std::string shift = std::to_string(d);
-    result.push_back({"out at a" + shift, base, base + far, base + d});
-    result.push_back({"out at b" + shift, base, base + far, base + far + d});
-    result.push_back(
-        {"out at a" + shift + ", b at a+" + std::to_string(-d / 2), base, base - d / 2, base + d});
-  }
-  return result;
-}
-
 template <typename T>
 class ElementwiseTest : public ::testing::Test {};
 
@@ -149,47 +109,11 @@ using Precisions = ::testing::Types<float, double>;
 TYPED_TEST_SUITE(ElementwiseTest, Precisions);
 
 TYPED_TEST(ElementwiseTest, MatchesAscendingLoopOnEveryLayout) {
-  using T = TypeParam;
-  for (const auto& op : operators<T>()) {
-    for (const unsigned long n : boundary_lengths()) {
-      if (n > 1000) continue;
-      for (const Layout& layout : layouts(static_cast<long>(n))) {
-        const std::size_t arena_size =
-            static_cast<std::size_t>(layout.out + 2 * n + 64 + 3 * (n + 32));
-        const std::vector<T> initial =
-            mixed_values<T>(arena_size, static_cast<std::uint32_t>(n * 131 + 7));
-        std::vector<T> expected = initial;
-        std::vector<T> actual = initial;
-        run_definition(op, n, expected.data() + layout.a, expected.data() + layout.b,
-                       expected.data() + layout.out);
-        op.run(n, actual.data() + layout.a, actual.data() + layout.b, actual.data() + layout.out);
-        SCOPED_TRACE(op.name + ", n=" + std::to_string(n) + ", " + layout.name);
-        EXPECT_SAME_RESULTS(expected.data(), actual.data(), arena_size);
-        if (::testing::Test::HasFailure()) return;
-      }
-    }
-  }
+  numbra_test::expect_ascending_loop_on_every_placement(operators<TypeParam>());
 }
 
 TYPED_TEST(ElementwiseTest, StaysInsideItsOperands) {
-  using T = TypeParam;
-  for (const auto& op : operators<T>()) {
-    for (const unsigned long n : boundary_lengths()) {
-      for (const Guard guard : {Guard::kAfter, Guard::kBefore}) {
-        GuardedBuffer<T> a(n, guard), b(n, guard), out(n, guard);
-        const std::vector<T> a0 = mixed_values<T>(n, 1), b0 = mixed_values<T>(n, 2),
-                             out0 = mixed_values<T>(n, 3);
-        a.assign(a0.data());
-        b.assign(b0.data());
-        out.assign(out0.data());
-        std::vector<T> expected = out0;
-        run_definition(op, n, a0.data(), b0.data(), expected.data());
-        op.run(n, a.data(), op.has_b ? b.data() : nullptr, out.data());
-        SCOPED_TRACE(op.name + ", n=" + std::to_string(n));
-        EXPECT_SAME_RESULTS(expected.data(), out.data(), n);
-      }
-    }
-  }
+  numbra_test::expect_stays_inside_operands(operators<TypeParam>());
 }
 
 TYPED_TEST(ElementwiseTest, EmptyVectorsAreNotTouched) {

@@ -1,0 +1,135 @@
+// Sums along the rows and columns of a row-major matrix, blended into the
+// output as s * alpha + u, where u is +0 for a zero beta (either sign, the
+// old output unread) and old * beta otherwise. Row sums have one accumulator
+// of T and run in ascending order; only element loops use vector steps.
+#include <algorithm>
+
+#include "numbra.h"
+#include "vector/elementwise_loop.h"
+
+namespace numbra {
+namespace {
+
+template <typename T>
+T row_sum(unsigned long n, const T* row) {
+  T s = T(0);
+  for (unsigned long j = 0; j < n; ++j) s = s + row[j];
+  return s;
+}
+
+template <typename T>
+T blend_term(T coefficient, T old) {
+  return coefficient == T(0) ? T(0) : old * coefficient;
+}
+
+// y[r] = (sum of row r) * alpha + u, blending the old y[r] with `coefficient`.
+template <typename T>
+void blend_row_sums(unsigned long m, unsigned long n, unsigned long lda, T alpha, const T* a,
+                    T coefficient, T* y) {
+  for (unsigned long r = 0; r < m; ++r) {
+    const T s = row_sum(n, a + r * lda);
+    const T scaled = s * alpha;
+    y[r] = scaled + blend_term(coefficient, y[r]);
+  }
+}
+
+}  // namespace
+}  // namespace numbra
+
+namespace ZETL {
+namespace numbra {
+
+using ::numbra::blend_row_sums;
+using ::numbra::blend_term;
+using ::numbra::map_elements;
+using ::numbra::row_sum;
+
+template <typename T>
+void x86MatrixSumByRow(int, unsigned long m, unsigned long n, unsigned long lda, T alpha,
+                       const T* a, T beta, T* y) {
+  blend_row_sums(m, n, lda, alpha, a, beta, y);
+}
+
+template <typename T>
+void x86MatrixGetSum(int, unsigned long m, unsigned long n, T alpha, const T* a, T beta, T* y) {
+  // A row summing to less than 1 contributes +0, with alpha not applied.
+  for (unsigned long r = 0; r < m; ++r) {
+    const T s = row_sum(n, a + r * n);
+    const T t = T(1) > s ? T(0) : s * alpha;
+    y[r] = t + blend_term(beta, y[r]);
+  }
+}
+
+template <typename T>
+void x86MatrixBatchSumByRow(int, unsigned long m, unsigned long n, unsigned long lda,
+                            unsigned long batch, T alpha, const T* a, T beta, T* y) {
+  // Slices lie m * n elements apart whatever lda is; the first blends the
+  // old y with beta, the later ones add to what it stored.
+  for (unsigned long b = 0; b < batch; ++b) {
+    blend_row_sums(m, n, lda, alpha, a + b * m * n, b == 0 ? beta : T(1), y);
+  }
+}
+
+template <typename T>
+void x86MatrixSumByCol(int, unsigned long m, unsigned long n, unsigned long lda, T alpha,
+                       const T* a, T beta, T* y) {
+  // Each column sum accumulates in y itself, alpha applied to every element.
+  // The blend runs even when there are no rows.
+  if (beta == T(0)) {
+    std::fill(y, y + n, T(0));
+  } else {
+    map_elements(
+        n, y, [beta](auto yj) { return yj * beta; }, y);
+  }
+  for (unsigned long r = 0; r < m; ++r) {
+    map_elements(
+        n, y,
+        [alpha](auto aj, auto yj) {
+          const auto product = aj * alpha;
+          return product + yj;
+        },
+        a + r * lda, y);
+  }
+}
+
+template <typename T>
+void x86MatrixAvgByRow(int, unsigned long m, unsigned long n, unsigned long lda, T alpha,
+                       const T* a, T beta, T* y) {
+  // Each element over its row's sum, with no guard on the sum. The sum is
+  // complete before the row is stored, so y may be a itself.
+  if (n == 0) return;
+  for (unsigned long r = 0; r < m; ++r) {
+    const T* ar = a + r * lda;
+    T* yr = y + r * lda;
+    const T s = row_sum(n, ar);
+    if (beta == T(0)) {
+      map_elements(
+          n, yr, [alpha, s](auto aj) { return (aj * alpha) / s + T(0); }, ar);
+    } else {
+      map_elements(
+          n, yr,
+          [alpha, s, beta](auto aj, auto yj) {
+            const auto share = (aj * alpha) / s;
+            return share + yj * beta;
+          },
+          ar, yr);
+    }
+  }
+}
+
+#define NUMBRA_INSTANTIATE_SUMS(T)                                                          \
+  template void x86MatrixSumByRow<T>(int, unsigned long, unsigned long, unsigned long, T,   \
+                                     const T*, T, T*);                                      \
+  template void x86MatrixGetSum<T>(int, unsigned long, unsigned long, T, const T*, T, T*);  \
+  template void x86MatrixBatchSumByRow<T>(int, unsigned long, unsigned long, unsigned long, \
+                                          unsigned long, T, const T*, T, T*);               \
+  template void x86MatrixSumByCol<T>(int, unsigned long, unsigned long, unsigned long, T,   \
+                                     const T*, T, T*);                                      \
+  template void x86MatrixAvgByRow<T>(int, unsigned long, unsigned long, unsigned long, T,   \
+                                     const T*, T, T*);
+
+NUMBRA_INSTANTIATE_SUMS(float)
+NUMBRA_INSTANTIATE_SUMS(double)
+
+}  // namespace numbra
+}  // namespace ZETL

@@ -1,0 +1,114 @@
+// Row-wise updates of a row-major matrix: the exponential-over-sum of each
+// row, the subtraction of each row's maximum, and a vector added along the
+// rows or the columns. Blends follow s * alpha + u with u = +0 for a zero
+// beta (either sign, the old element unread) and old * beta otherwise.
+#include <algorithm>
+#include <cmath>
+
+#include "numbra.h"
+#include "vector/elementwise_loop.h"
+
+namespace ZETL {
+namespace numbra {
+
+using ::numbra::map_elements;
+
+template <typename T>
+void x86MatrixProbByRow(int, unsigned long m, unsigned long n, unsigned long lda, T alpha,
+                        const T* a, T beta, T* y) {
+  // The exponentials are taken in double. The running sum is kept in T, so
+  // a float sum is rounded back to float after every element (and overflows
+  // once an element passes about 88.7). Each exponential is computed again
+  // for its quotient rather than stored, and the sum is complete before the
+  // row is stored, so y may be a itself.
+  const bool zero_beta = beta == T(0);
+  const double wide_alpha = double(alpha);
+  for (unsigned long r = 0; r < m; ++r) {
+    const T* ar = a + r * lda;
+    T* yr = y + r * lda;
+    T s = T(0);
+    for (unsigned long j = 0; j < n; ++j) s = T(double(s) + std::exp(double(ar[j])));
+    const double wide_sum = double(s);
+    for (unsigned long j = 0; j < n; ++j) {
+      const T u = zero_beta ? T(0) : yr[j] * beta;
+      const double e = std::exp(double(ar[j]));
+      const double v = (e * wide_alpha) / wide_sum;
+      yr[j] = T(double(u) + v);
+    }
+  }
+}
+
+template <typename T>
+void x86MatrixSubMaxByRow(int, unsigned long m, unsigned long n, unsigned long lda, const T* a,
+                          T* y) {
+  // The row's first element and the subtrahends are read with row stride n,
+  // the rest of the maximum's scan and the stores with row stride lda. The
+  // first element is read even for empty rows. A NaN first element stays
+  // the maximum; a NaN further on is passed over. The scan ends before the
+  // row's first store.
+  for (unsigned long r = 0; r < m; ++r) {
+    const T* packed = a + r * n;
+    const T* strided = a + r * lda;
+    T maximum = packed[0];
+    for (unsigned long j = 1; j < n; ++j) {
+      if (strided[j] > maximum) maximum = strided[j];
+    }
+    map_elements(
+        n, y + r * lda, [maximum](auto aj) { return aj - maximum; }, packed);
+  }
+}
+
+template <typename T>
+void x86MatrixAddVectorByRow(int, unsigned long m, unsigned long n, unsigned long lda, T alpha,
+                             const T* x, T beta, T* y) {
+  // y[r][j] = x[j] * alpha + u: x runs along every row.
+  for (unsigned long r = 0; r < m; ++r) {
+    T* yr = y + r * lda;
+    if (beta == T(0)) {
+      map_elements(
+          n, yr, [alpha](auto xj) { return xj * alpha + T(0); }, x);
+    } else {
+      map_elements(
+          n, yr,
+          [alpha, beta](auto xj, auto yj) {
+            const auto product = xj * alpha;
+            return product + yj * beta;
+          },
+          x, yr);
+    }
+  }
+}
+
+template <typename T>
+void x86MatrixAddVectorByCol(int, unsigned long m, unsigned long n, unsigned long lda, T alpha,
+                             const T* x, T beta, T* y) {
+  // y[r][j] = x[r] * alpha + u: x[r] is read once per non-empty row, before
+  // the row is stored.
+  if (n == 0) return;
+  for (unsigned long r = 0; r < m; ++r) {
+    T* yr = y + r * lda;
+    const T t = x[r] * alpha;
+    if (beta == T(0)) {
+      std::fill(yr, yr + n, t + T(0));
+    } else {
+      map_elements(
+          n, yr, [t, beta](auto yj) { return t + yj * beta; }, yr);
+    }
+  }
+}
+
+#define NUMBRA_INSTANTIATE_UPDATES(T)                                                           \
+  template void x86MatrixProbByRow<T>(int, unsigned long, unsigned long, unsigned long, T,      \
+                                      const T*, T, T*);                                         \
+  template void x86MatrixSubMaxByRow<T>(int, unsigned long, unsigned long, unsigned long,       \
+                                        const T*, T*);                                          \
+  template void x86MatrixAddVectorByRow<T>(int, unsigned long, unsigned long, unsigned long, T, \
+                                           const T*, T, T*);                                    \
+  template void x86MatrixAddVectorByCol<T>(int, unsigned long, unsigned long, unsigned long, T, \
+                                           const T*, T, T*);
+
+NUMBRA_INSTANTIATE_UPDATES(float)
+NUMBRA_INSTANTIATE_UPDATES(double)
+
+}  // namespace numbra
+}  // namespace ZETL

@@ -1,0 +1,77 @@
+// Mask-and-scale and split backward: element loops in T, each product and
+// sum rounded on its own. A zero beta (either sign) leaves y unread and adds
+// +0 in its place, so a -0 result comes out as +0.
+#include "numbra.h"
+#include "vector/elementwise_loop.h"
+
+namespace numbra {
+namespace {
+
+// 1 where threshold < mask, 0 otherwise (a NaN on either side included),
+// as a value to multiply by: a dropped NaN or infinity still gives NaN.
+template <typename T>
+struct KeptAbove {
+  T threshold;
+  T operator()(T mask) const { return threshold < mask ? T(1) : T(0); }
+  typename Lanes128<T>::Vec operator()(typename Lanes128<T>::Vec mask) const {
+    return Lanes128<T>::one_if_less(Lanes128<T>::splat(threshold), mask);
+  }
+};
+
+}  // namespace
+}  // namespace numbra
+
+namespace ZETL {
+namespace numbra {
+
+using ::numbra::map_elements;
+
+template <typename T>
+void x86VectorMaskAndScale(unsigned long n, const T* mask, T alpha, const T* x, T threshold,
+                           T scale, T beta, T* y) {
+  const ::numbra::KeptAbove<T> kept{threshold};
+  if (beta == T(0)) {
+    map_elements(
+        n, y,
+        [=](auto mi, auto xi) {
+          const auto v = (xi * alpha) * scale;
+          return T(0) + kept(mi) * v;
+        },
+        mask, x);
+  } else {
+    map_elements(
+        n, y,
+        [=](auto mi, auto xi, auto yi) {
+          const auto v = (xi * alpha) * scale;
+          const auto w = kept(mi) * v;
+          return yi * beta + w;
+        },
+        mask, x, y);
+  }
+}
+
+template <typename T>
+void x86VectorSplitBackward(unsigned long n, T alpha, const T* a, const T* b, T beta, T* y) {
+  if (beta == T(0)) {
+    map_elements(
+        n, y, [alpha](auto ai, auto bi) { return (ai + bi) * alpha + T(0); }, a, b);
+  } else {
+    map_elements(
+        n, y,
+        [alpha, beta](auto ai, auto bi, auto yi) {
+          const auto sum = (ai + bi) * alpha;
+          return sum + yi * beta;
+        },
+        a, b, y);
+  }
+}
+
+#define NUMBRA_INSTANTIATE_MASK_SPLIT(T)                                                     \
+  template void x86VectorMaskAndScale<T>(unsigned long, const T*, T, const T*, T, T, T, T*); \
+  template void x86VectorSplitBackward<T>(unsigned long, T, const T*, const T*, T, T*);
+
+NUMBRA_INSTANTIATE_MASK_SPLIT(float)
+NUMBRA_INSTANTIATE_MASK_SPLIT(double)
+
+}  // namespace numbra
+}  // namespace ZETL
