@@ -1,2 +1,12 @@
 numbra_target_sources(numbra_mac_x86
+  ${CMAKE_CURRENT_LIST_DIR}/storage_size.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/compressed_convert.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/block_convert.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/dense_scan_avx2.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/spmv.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/spmv_avx.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/spmv_fma.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/sparse_gemv.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/split.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/split_dense_avx2.cpp
 )
