@@ -1,5 +1,5 @@
 // Allocation failures inside the operators. This binary defines malloc,
-// calloc, posix_memalign and operator new itself, so that the library's calls land here;
+// calloc, posix_memalign, free and operator new itself, so that the library's calls land here;
 // while a failure is armed they count the calls and let the n-th one fail.
 //
 // Only the reactions that end without a fault are exercised. Documented and
@@ -29,6 +29,7 @@ extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_memalign(std::size_t alignment, std::size_t size);
+void __libc_free(void* p);
 }
 
 namespace {
@@ -36,6 +37,7 @@ namespace {
 std::atomic<bool> g_armed{false};
 std::atomic<long> g_calls{0};
 std::atomic<long> g_fail_at{0};
+std::atomic<long> g_releases{0};
 
 bool next_call_fails() {
   if (!g_armed.load(std::memory_order_relaxed)) return false;
@@ -60,6 +62,11 @@ extern "C" void* calloc(std::size_t count, std::size_t size) {
   return __libc_calloc(count, size);
 }
 
+extern "C" void free(void* p) {
+  if (p != nullptr && g_armed.load(std::memory_order_relaxed)) ++g_releases;
+  __libc_free(p);
+}
+
 extern "C" int posix_memalign(void** out, std::size_t alignment, std::size_t size) {
   if (next_call_fails()) return ENOMEM;
   void* p = __libc_memalign(alignment, size);
@@ -82,10 +89,12 @@ namespace nb = ZETL::numbra;
 namespace {
 
 // Runs `call` with its n-th allocation failing (0: none fails) and returns
-// how many allocations it asked for.
+// how many allocations it asked for; releases() then tells how many blocks
+// it gave back.
 template <typename Call>
 long allocations_of(long fail_at, Call call) {
   g_calls = 0;
+  g_releases = 0;
   g_fail_at = fail_at;
   g_armed = true;
   try {
@@ -97,6 +106,8 @@ long allocations_of(long fail_at, Call call) {
   g_armed = false;
   return g_calls.load();
 }
+
+long releases() { return g_releases.load(); }
 
 TEST(FailureInjection, InterpositionSeesTheCallsOfThisBinary) {
   void* p = nullptr;
@@ -124,12 +135,14 @@ TEST(FailureInjection, TransposedGemmLeavesCUntouchedWhenACopyFails) {
                 nb::x86Gemm_tt<float>(isa, IMP_DEFAULT, 1, m, n, k, 1.0f, m, a.data(), k, b.data(),
                                       ws.data(), 0.0f, n, c.data());
               }));
+    EXPECT_EQ(2, releases());
     for (const long fail_at : {1, 2}) {
       std::vector<float> c = c0;
       EXPECT_EQ(2, allocations_of(fail_at, [&] {
                   nb::x86Gemm_tt<float>(isa, IMP_DEFAULT, 1, m, n, k, 1.0f, m, a.data(), k,
                                         b.data(), ws.data(), 0.0f, n, c.data());
                 }));
+      EXPECT_EQ(0, releases());
       SCOPED_TRACE("allocation " + std::to_string(fail_at));
       EXPECT_SAME_ARRAY_BITS(c0.data(), c.data(), c.size());
     }
