@@ -110,28 +110,26 @@ void dense_source(int m, int n, int blk, const std::vector<float>& a) {
   nb::sparse_matrix_dense2ccs<float>(m, n, a.data(), col_ptr.data(), row.data(), ccs_val.data());
   require_same_entries(kept, compressed_entries(n, m, nnz, col_ptr, row, ccs_val, true, true));
 
-  nb::sparse_matrix_dense2bcsr_getSize<float>(m, n, a.data(), blk, nnz, ptr_bytes, len_bytes,
-                                              idx_bytes, val_bytes);
-  Blocked bcsr(ptr_bytes, len_bytes, idx_bytes, val_bytes), again = bcsr;
-  nb::sparse_matrix_dense2bcsr<float>(m, n, a.data(), blk, bcsr.ptr.data(), bcsr.len.data(),
-                                      bcsr.local.data(), bcsr.val.data());
-  require_same_entries(
-      kept, block_entries(m, n, blk, nnz, bcsr.ptr, bcsr.len, bcsr.local, bcsr.val, false));
-  sparse_csr2bcsr<float>(m, n, nnz, row_ptr.data(), col.data(), csr_val.data(), blk,
-                         again.ptr.data(), again.len.data(), again.local.data(), again.val.data());
-  require(again == bcsr);
-
-  nb::sparse_matrix_dense2bccs_getSize<float>(m, n, a.data(), blk, nnz, ptr_bytes, len_bytes,
-                                              idx_bytes, val_bytes);
-  Blocked bccs(ptr_bytes, len_bytes, idx_bytes, val_bytes), from_ccs = bccs;
-  nb::sparse_matrix_dense2bccs<float>(m, n, a.data(), blk, bccs.ptr.data(), bccs.len.data(),
-                                      bccs.local.data(), bccs.val.data());
-  require_same_entries(
-      kept, block_entries(m, n, blk, nnz, bccs.ptr, bccs.len, bccs.local, bccs.val, true));
-  sparse_ccs2bccs<float>(m, n, nnz, col_ptr.data(), row.data(), ccs_val.data(), blk,
-                         from_ccs.ptr.data(), from_ccs.len.data(), from_ccs.local.data(),
-                         from_ccs.val.data());
-  require(from_ccs == bccs);
+  // Straight from the dense source, and from the compressed form.
+  for (const bool by_columns : {false, true}) {
+    (by_columns ? nb::sparse_matrix_dense2bccs_getSize<float>
+                : nb::sparse_matrix_dense2bcsr_getSize<float>)(m, n, a.data(), blk, nnz, ptr_bytes,
+                                                               len_bytes, idx_bytes, val_bytes);
+    Blocked blocked(ptr_bytes, len_bytes, idx_bytes, val_bytes), again = blocked;
+    (by_columns ? nb::sparse_matrix_dense2bccs<float>
+                : nb::sparse_matrix_dense2bcsr<float>)(m, n, a.data(), blk, blocked.ptr.data(),
+                                                       blocked.len.data(), blocked.local.data(),
+                                                       blocked.val.data());
+    require_same_entries(kept, block_entries(m, n, blk, nnz, blocked.ptr, blocked.len,
+                                             blocked.local, blocked.val, by_columns));
+    (by_columns ? sparse_ccs2bccs<float>
+                : sparse_csr2bcsr<float>)(m, n, nnz, by_columns ? col_ptr.data() : row_ptr.data(),
+                                          by_columns ? row.data() : col.data(),
+                                          by_columns ? ccs_val.data() : csr_val.data(), blk,
+                                          again.ptr.data(), again.len.data(), again.local.data(),
+                                          again.val.data());
+    require(again == blocked);
+  }
 }
 
 // Coordinates are stored as they are: zeros, NaN and repeated positions too.
