@@ -26,8 +26,9 @@ namespace {
 struct Options {
   ISA_t isa = ISA_FMA;
   bool use_double = false;
-  int epochs = 40;
-  unsigned long points = 3000;
+  bool check_gradients = false;
+  int epochs = 80;
+  unsigned long points = 4000;
   unsigned long classes = 3;
   unsigned long hidden = 64;
   unsigned long batch = 32;
@@ -43,8 +44,8 @@ void print_usage(FILE* out) {
                "usage: train_mlp [options]\n"
                "  --isa fma|avx       instruction set of the dense multiply (default fma)\n"
                "  --double            train in double precision (default float)\n"
-               "  --epochs N          passes over the training set (default 40)\n"
-               "  --points N          training points, as many again for testing (default 3000)\n"
+               "  --epochs N          passes over the training set (default 80)\n"
+               "  --points N          training points, as many again for testing (default 4000)\n"
                "  --classes N         spiral arms, one class each (default 3)\n"
                "  --hidden N          units in each of the two hidden layers (default 64)\n"
                "  --batch N           rows in a mini-batch (default 32)\n"
@@ -53,6 +54,8 @@ void print_usage(FILE* out) {
                "  --dropout X         probability of dropping a hidden unit, 0 to 1 (default 0.1)\n"
                "  --seed N            seed of the data and the initial weights (default 1)\n"
                "  --min-accuracy X    fail with exit status 1 below this test accuracy, 0 to 1\n"
+               "  --check-gradients   compare the backward pass with finite differences on one\n"
+               "                      batch (double, no dropout) instead of training\n"
                "  --help              this text\n");
 }
 
@@ -90,8 +93,8 @@ Options parse_options(int argc, char** argv) {
       print_usage(stdout);
       std::exit(0);
     }
-    if (option == "--double") {
-      o.use_double = true;
+    if (option == "--double" || option == "--check-gradients") {
+      (option == "--double" ? o.use_double : o.check_gradients) = true;
       continue;
     }
     if (option.rfind("--", 0) != 0) throw UsageError("unexpected argument '" + option + "'");
@@ -188,6 +191,10 @@ class Dense {
   }
 
   unsigned long outputs() const { return out_; }
+  std::vector<T>& weights() { return w_; }
+  std::vector<T>& biases() { return b_; }
+  const std::vector<T>& weight_gradient() const { return dw_; }
+  const std::vector<T>& bias_gradient() const { return db_; }
 
   // y = act(x W + b) for `rows` rows of x; with a dropout rate above 0 each
   // output of a Relu layer is dropped with that probability and the rest
@@ -195,14 +202,11 @@ class Dense {
   const T* forward(Context<T>& ctx, unsigned long rows, const T* x, double dropout) {
     x_ = x;
     z_.resize(rows * out_);
-    y_.resize(rows * out_);
     nb::x86Gemm_nn<T>(ctx.isa, IMP_DEFAULT, 1, rows, out_, in_, T(1), in_, x, out_, w_.data(),
                       ctx.gemm_workspace.data(), T(0), out_, z_.data());
     nb::x86MatrixAddVectorByRow<T>(0, rows, out_, out_, T(1), b_.data(), T(1), z_.data());
-    if (!relu_) {
-      std::copy(z_.begin(), z_.end(), y_.begin());
-      return y_.data();
-    }
+    if (!relu_) return z_.data();
+    y_.resize(rows * out_);
     nb::x86VectorRelu<T>(ctx.isa, IMP_DEFAULT, y_.size(), T(1), z_.data(), T(0), y_.data());
     dropout_ = dropout;
     if (dropout_ > 0) {
@@ -278,16 +282,16 @@ class Network {
     return prob_.data();
   }
 
-  // One step of gradient descent on a mini-batch; returns its mean
-  // cross-entropy loss.
-  double train_batch(Context<T>& ctx, unsigned long rows, const T* x, const T* one_hot,
-                     const Options& o) {
-    const T* p = predict(ctx, rows, x, o.dropout);
-    const unsigned long classes = layers_.back().outputs();
-    double loss = 0;
-    for (unsigned long i = 0; i < rows * classes; ++i) {
-      if (one_hot[i] != T(0)) loss -= std::log(std::max(static_cast<double>(p[i]), 1e-30));
-    }
+  // Mean cross-entropy loss of a batch, without dropout.
+  double loss(Context<T>& ctx, unsigned long rows, const T* x, const T* one_hot) {
+    return cross_entropy(rows, predict(ctx, rows, x, 0.0), one_hot);
+  }
+
+  // Forward and backward pass over a batch, leaving the gradients of the
+  // mean cross-entropy loss in the layers; returns that loss.
+  double gradients(Context<T>& ctx, unsigned long rows, const T* x, const T* one_hot,
+                   double dropout) {
+    const T* p = predict(ctx, rows, x, dropout);
     // dL/dz of the softmax with cross-entropy, averaged over the batch;
     // grads_[l] holds dL/d(output of layer l).
     grads_.resize(layers_.size());
@@ -298,13 +302,31 @@ class Network {
     for (size_t l = layers_.size(); l-- > 0;) {
       layers_[l].backward(ctx, rows, grads_[l].data(), l > 0 ? grads_[l - 1].data() : nullptr);
     }
+    return cross_entropy(rows, p, one_hot);
+  }
+
+  // One step of gradient descent on a mini-batch; returns its loss.
+  double train_batch(Context<T>& ctx, unsigned long rows, const T* x, const T* one_hot,
+                     const Options& o) {
+    const double batch_loss = gradients(ctx, rows, x, one_hot, o.dropout);
     for (auto& layer : layers_) {
       layer.update(static_cast<T>(o.learning_rate), static_cast<T>(o.momentum));
     }
-    return loss / rows;
+    return batch_loss;
   }
 
+  std::vector<Dense<T>>& layers() { return layers_; }
+
  private:
+  double cross_entropy(unsigned long rows, const T* p, const T* one_hot) const {
+    const unsigned long classes = layers_.back().outputs();
+    double sum = 0;
+    for (unsigned long i = 0; i < rows * classes; ++i) {
+      if (one_hot[i] != T(0)) sum -= std::log(std::max(static_cast<double>(p[i]), 1e-30));
+    }
+    return sum / rows;
+  }
+
   std::vector<Dense<T>> layers_;
   std::vector<T> prob_;
   std::vector<std::vector<T>> grads_;
@@ -319,6 +341,68 @@ double accuracy(Network<T>& net, Context<T>& ctx, const DataSet<T>& d, unsigned 
     right += static_cast<unsigned long>(std::max_element(row, row + classes) - row) == d.labels[i];
   }
   return static_cast<double>(right) / d.size();
+}
+
+// Copies the points order[first .. first + rows) of `d` into the rows of a
+// batch, with their labels as one-hot rows.
+template <typename T>
+void fill_batch(const DataSet<T>& d, const std::vector<unsigned long>& order, unsigned long first,
+                unsigned long rows, unsigned long classes, T* x, T* one_hot) {
+  std::fill(one_hot, one_hot + rows * classes, T(0));
+  for (unsigned long r = 0; r < rows; ++r) {
+    const unsigned long i = order[first + r];
+    x[2 * r] = d.x[2 * i];
+    x[2 * r + 1] = d.x[2 * i + 1];
+    one_hot[r * classes + d.labels[i]] = T(1);
+  }
+}
+
+// Compares the gradients of the backward pass with central differences of
+// the loss on one batch, without dropout: a wrong stride, transpose or
+// argument order in any call of the backward pass shows here. The double
+// multiply keeps float partial sums, so the step is large and the tolerance
+// loose, yet far below the error of any such mistake.
+int check_gradients(const Options& o) {
+  using T = double;
+  const DataSet<T> d = make_spirals<T>(o.batch, o.classes, o.seed);
+  std::mt19937 gen(o.seed);
+  Network<T> net(o, gen);
+  Context<T> ctx{o.isa, std::vector<T>(nb::x86GemmNNGetSize<T>(1, 0, 0, 0, 0, 0, 0) / sizeof(T))};
+  std::vector<unsigned long> order(d.size());
+  std::iota(order.begin(), order.end(), 0ul);
+  std::vector<T> x(d.size() * 2), one_hot(d.size() * o.classes);
+  fill_batch(d, order, 0, d.size(), o.classes, x.data(), one_hot.data());
+  net.gradients(ctx, d.size(), x.data(), one_hot.data(), 0.0);
+
+  // The measure is the distance between the two gradient vectors of a layer
+  // relative to their size: the odd parameter whose step crosses a Relu's
+  // kink barely moves it, a wrong term anywhere moves it to the order of 1.
+  constexpr double kStep = 1e-4, kTolerance = 5e-2;
+  int failed = 0;
+  std::printf("gradient check, relative difference by layer:");
+  for (auto& layer : net.layers()) {
+    double distance = 0, size = 0;
+    auto compare = [&](std::vector<T>& params, const std::vector<T>& analytic) {
+      for (unsigned long i = 0; i < params.size(); i += 1 + params.size() / 32) {
+        const T saved = params[i];
+        params[i] = saved + kStep;
+        const double up = net.loss(ctx, d.size(), x.data(), one_hot.data());
+        params[i] = saved - kStep;
+        const double down = net.loss(ctx, d.size(), x.data(), one_hot.data());
+        params[i] = saved;
+        const double numeric = (up - down) / (2 * kStep);
+        distance += (numeric - analytic[i]) * (numeric - analytic[i]);
+        size += numeric * numeric + analytic[i] * analytic[i];
+      }
+    };
+    compare(layer.weights(), layer.weight_gradient());
+    compare(layer.biases(), layer.bias_gradient());
+    const double relative = std::sqrt(distance / size);
+    std::printf(" %.1e", relative);
+    failed |= !(relative < kTolerance);
+  }
+  std::printf("%s\n", failed ? "  FAILED" : "");
+  return failed;
 }
 
 void print_progress(int epoch, int epochs, double loss, double train_accuracy, double seconds) {
@@ -354,13 +438,7 @@ int train(const Options& o) {
     unsigned long batches = 0;
     for (unsigned long first = 0; first < order.size(); first += o.batch) {
       const unsigned long rows = std::min(o.batch, order.size() - first);
-      std::fill(one_hot.begin(), one_hot.end(), T(0));
-      for (unsigned long r = 0; r < rows; ++r) {
-        const unsigned long i = order[first + r];
-        x[2 * r] = train_set.x[2 * i];
-        x[2 * r + 1] = train_set.x[2 * i + 1];
-        one_hot[r * o.classes + train_set.labels[i]] = T(1);
-      }
+      fill_batch(train_set, order, first, rows, o.classes, x.data(), one_hot.data());
       loss_sum += net.train_batch(ctx, rows, x.data(), one_hot.data(), o);
       ++batches;
     }
@@ -389,5 +467,6 @@ int main(int argc, char** argv) {
     print_usage(stderr);
     return 2;
   }
+  if (o.check_gradients) return check_gradients(o);
   return o.use_double ? train<double>(o) : train<float>(o);
 }
