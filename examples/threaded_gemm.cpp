@@ -3,10 +3,12 @@
 // gives each worker its own band and its own slice of one workspace sized for
 // all of them, and calls x86Gemm_nn<float> once per band.
 //
-// Bands start on multiples of 336 rows, the driver's row block, so every
-// element is formed by the same blocks in the same order as in one call over
-// the whole matrix, and the threaded result has the same bits. A band's rows
-// lie n floats apart, so ldc is n, as the driver expects inside a block.
+// An element's sum runs over the depth in the same blocks and the same order
+// whichever rows a call covers, so the bands give the same bits as one call
+// over the whole matrix. Bands of whole 336-row blocks, the driver's row
+// block, add no partial blocks to the work. A band's rows lie n floats apart,
+// so ldc is n, as the driver expects inside a block. Workers sharing one
+// slice of the workspace would overwrite each other's packed blocks.
 #include <numbra.h>
 
 #include <algorithm>
