@@ -95,7 +95,9 @@ machine=$(grep -m1 'model name' /proc/cpuinfo | sed 's/.*: //')
   echo "loop of the definition. Limits are measured in the same program run: memcpy moving the"
   echo "same bytes, a plain read of them, or the register-only 8-lane peak (fused multiply-add for"
   echo "the FMA kernels, separate multiply and add for the AVX ones). An element-wise operator"
-  echo "can exceed memcpy, which moves its bytes as half reads and half writes."
+  echo "can exceed memcpy, which moves its bytes as half reads and half writes. Rates use the"
+  echo "processor time of the measuring thread; on a shared machine other work can still pull a"
+  echo "single point down through the shared caches and memory."
   echo
   if [[ -f $out/threaded_gemm.txt ]]; then
     echo "## Examples"
@@ -129,7 +131,7 @@ if grep -q '<!-- report:begin -->' "$readme"; then
   section=$raw/readme-section.md
   {
     echo '<!-- report:begin -->'
-    sed -n '3,9p' "$out/summary.md"
+    sed -n '3,11p' "$out/summary.md"
     echo
     echo '![Dense multiply](bench/report/gemm.png)'
     echo '![Memory-bound operators](bench/report/bandwidth.png)'

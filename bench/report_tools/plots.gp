@@ -12,12 +12,15 @@ set xlabel "matrix size n (n x n times n x n)"
 set ylabel "GFLOP/s (2 n^3 flops per product)"
 set xrange [0:2200]
 set yrange [0:*]
+set offsets 0, 0, graph 0.1, 0  # room above the peak line
 plot peak_fma title sprintf("FMA peak %.0f GFLOP/s", peak_fma) with lines dashtype 2 linewidth 2 linecolor rgb "black", \
      data."/gemm.dat" using 1:2 title "numbra ISA\\_FMA" with linespoints linewidth 2 pointtype 7, \
      "" using 1:3 title "numbra ISA\\_AVX" with linespoints linewidth 2 pointtype 5, \
      "" using 1:4 title "OpenBLAS" with linespoints pointtype 4, \
      "" using 1:5 title "BLIS" with linespoints pointtype 6, \
      "" using 1:6 title "Eigen" with linespoints pointtype 8
+
+unset offsets
 
 set output out."/bandwidth.png"
 set title "Memory-bound vector operators (float) beside memcpy of the same bytes, one thread"
