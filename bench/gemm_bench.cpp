@@ -1,12 +1,13 @@
 // The dense multiply beside the machine's arithmetic peaks, measured in the
-// same run: x86Gemm_nn<float> through the FMA and the AVX twin, and the peer
-// BLAS's single-threaded sgemm when one was found at build time.
+// same run: x86Gemm_nn<float> through the FMA and the AVX twin over a sweep of
+// sizes, and the single-threaded products of the peers found at build time.
 #include <benchmark/benchmark.h>
 
 #include <random>
 #include <string>
 #include <vector>
 
+#include "gemm_peers.h"
 #include "numbra.h"
 #include "openblas_peer.h"
 #include "peak.h"
@@ -66,6 +67,16 @@ void register_products(long size) {
     cblas_sgemm(CblasRowMajor, CblasNoTrans, CblasNoTrans, s, s, s, 1.0f, a, s, b, s, 0.0f, c, s);
   });
 #endif
+#ifdef NUMBRA_BENCH_BLIS
+  register_sgemm("blis", size, [](long s, const float* a, const float* b, float* c, float*) {
+    blis_sgemm(s, a, b, c);
+  });
+#endif
+#ifdef NUMBRA_BENCH_EIGEN
+  register_sgemm("eigen", size, [](long s, const float* a, const float* b, float* c, float*) {
+    eigen_sgemm(s, a, b, c);
+  });
+#endif
 }
 
 }  // namespace
@@ -73,6 +84,6 @@ void register_products(long size) {
 int main(int argc, char** argv) {
   numbra_bench::pin_peer_blas(argv);
   register_peaks();
-  for (const long size : {256, 1024, 2048}) register_products(size);
+  for (const long size : {64, 128, 256, 512, 768, 1024, 1536, 2048}) register_products(size);
   return numbra_bench::run(argc, argv);
 }
