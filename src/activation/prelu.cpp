@@ -45,7 +45,7 @@ namespace ZETL {
 namespace numbra {
 
 using ::numbra::for_each_plane;
-using ::numbra::map_elements;
+using ::numbra::map_blended;
 
 template <typename T>
 void x86VectorPrelu(bool channel_shared, unsigned long n, unsigned long dim, int channels,
@@ -57,22 +57,15 @@ void x86VectorPrelu(bool channel_shared, unsigned long n, unsigned long dim, int
       return;
     }
   }
-  for_each_plane(
-      channel_shared, n, dim, channels, slope, [=](unsigned long begin, unsigned long end, T s) {
-        const auto activation = [alpha, s](auto xi) {
-          const auto neg = ::numbra::where_negative(xi, xi);
-          const auto pos = ::numbra::where_positive(xi, xi);
-          return (neg * s + pos) * alpha;
-        };
-        if (beta != T(0)) {
-          map_elements(
-              end - begin, y + begin, [=](auto xi, auto yi) { return activation(xi) + yi * beta; },
-              x + begin, y + begin);
-        } else {
-          map_elements(
-              end - begin, y + begin, [=](auto xi) { return activation(xi) + T(0); }, x + begin);
-        }
-      });
+  for_each_plane(channel_shared, n, dim, channels, slope,
+                 [=](unsigned long begin, unsigned long end, T s) {
+                   const auto activation = [alpha, s](auto xi) {
+                     const auto neg = ::numbra::where_negative(xi, xi);
+                     const auto pos = ::numbra::where_positive(xi, xi);
+                     return (neg * s + pos) * alpha;
+                   };
+                   map_blended(end - begin, y + begin, beta, activation, x + begin);
+                 });
 }
 
 template <typename T>
@@ -86,16 +79,7 @@ void x86VectorPreluBackward(bool channel_shared, unsigned long n, unsigned long 
               ::numbra::one_where_not_positive(xi) * s + ::numbra::one_where_positive(xi);
           return side * gi * alpha;
         };
-        if (beta != T(0)) {
-          map_elements(
-              end - begin, y + begin,
-              [=](auto xi, auto gi, auto yi) { return gradient(xi, gi) + yi * beta; }, x + begin,
-              g + begin, y + begin);
-        } else {
-          map_elements(
-              end - begin, y + begin, [=](auto xi, auto gi) { return gradient(xi, gi) + T(0); },
-              x + begin, g + begin);
-        }
+        map_blended(end - begin, y + begin, beta, gradient, x + begin, g + begin);
       });
 }
 

@@ -10,7 +10,7 @@
 namespace ZETL {
 namespace numbra {
 
-using ::numbra::map_elements;
+using ::numbra::map_blended;
 using ::numbra::where_positive;
 
 template <typename T>
@@ -19,28 +19,16 @@ void x86VectorRelu(ISA_t isa, IMP_t, unsigned long n, T alpha, const T* x, T bet
     // The kernel has no fused arithmetic, so both instruction sets share it.
     if (isa == ISA_FMA || isa == ISA_AVX) vectorRelu_avx<float>(n, alpha, x, beta, y);
   } else {
-    const auto activation = [alpha](auto xi) { return where_positive(xi, xi * alpha); };
-    if (beta != T(0)) {
-      map_elements(
-          n, y, [=](auto xi, auto yi) { return activation(xi) + yi * beta; }, x, y);
-    } else {
-      map_elements(
-          n, y, [=](auto xi) { return activation(xi) + T(0); }, x);
-    }
+    map_blended(
+        n, y, beta, [alpha](auto xi) { return where_positive(xi, xi * alpha); }, x);
   }
 }
 
 template <typename T>
 void x86VectorReluBackward(unsigned long n, T alpha, const T* x, const T* g, T beta, T* y) {
   // The gate is strict: a zero or NaN input passes no gradient.
-  const auto gradient = [alpha](auto xi, auto gi) { return where_positive(xi, gi * alpha); };
-  if (beta != T(0)) {
-    map_elements(
-        n, y, [=](auto xi, auto gi, auto yi) { return yi * beta + gradient(xi, gi); }, x, g, y);
-  } else {
-    map_elements(
-        n, y, [=](auto xi, auto gi) { return gradient(xi, gi) + T(0); }, x, g);
-  }
+  map_blended(
+      n, y, beta, [alpha](auto xi, auto gi) { return where_positive(xi, gi * alpha); }, x, g);
 }
 
 #define NUMBRA_INSTANTIATE_RELU(T)                                                 \

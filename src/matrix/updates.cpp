@@ -11,6 +11,7 @@
 namespace ZETL {
 namespace numbra {
 
+using ::numbra::map_blended;
 using ::numbra::map_elements;
 
 template <typename T>
@@ -63,19 +64,8 @@ void x86MatrixAddVectorByRow(int, unsigned long m, unsigned long n, unsigned lon
                              const T* x, T beta, T* y) {
   // y[r][j] = x[j] * alpha + u: x runs along every row.
   for (unsigned long r = 0; r < m; ++r) {
-    T* yr = y + r * lda;
-    if (beta == T(0)) {
-      map_elements(
-          n, yr, [alpha](auto xj) { return xj * alpha + T(0); }, x);
-    } else {
-      map_elements(
-          n, yr,
-          [alpha, beta](auto xj, auto yj) {
-            const auto product = xj * alpha;
-            return product + yj * beta;
-          },
-          x, yr);
-    }
+    map_blended(
+        n, y + r * lda, beta, [alpha](auto xj) { return xj * alpha; }, x);
   }
 }
 

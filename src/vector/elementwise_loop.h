@@ -72,6 +72,26 @@ inline void map_elements(unsigned long n, T* out, Op op, const In*... in) {
       [&](unsigned long i) { return op(L::load(in + i)...); });
 }
 
+// out[i] = term(in[i]...) + u under the zero-beta rule of the blending
+// operators: u is +0 for a zero beta of either sign, and out is then not
+// read; otherwise u = out[i] * beta, a NaN beta included. The sum is always
+// formed, so a -0 term comes out +0 when beta is zero.
+template <typename T, class Term, class... In>
+inline void map_blended(unsigned long n, T* out, T beta, Term term, const In*... in) {
+  if (beta == T(0)) {
+    map_elements(
+        n, out, [term](auto... v) { return term(v...) + T(0); }, in...);
+  } else {
+    map_elements(
+        n, out,
+        [term, beta](auto old, auto... v) {
+          const auto t = term(v...);
+          return t + old * beta;
+        },
+        out, in...);
+  }
+}
+
 }  // namespace numbra
 
 #endif  // NUMBRA_VECTOR_ELEMENTWISE_LOOP_H

@@ -24,46 +24,25 @@ struct KeptAbove {
 namespace ZETL {
 namespace numbra {
 
-using ::numbra::map_elements;
+using ::numbra::map_blended;
 
 template <typename T>
 void x86VectorMaskAndScale(unsigned long n, const T* mask, T alpha, const T* x, T threshold,
                            T scale, T beta, T* y) {
   const ::numbra::KeptAbove<T> kept{threshold};
-  if (beta == T(0)) {
-    map_elements(
-        n, y,
-        [=](auto mi, auto xi) {
-          const auto v = (xi * alpha) * scale;
-          return T(0) + kept(mi) * v;
-        },
-        mask, x);
-  } else {
-    map_elements(
-        n, y,
-        [=](auto mi, auto xi, auto yi) {
-          const auto v = (xi * alpha) * scale;
-          const auto w = kept(mi) * v;
-          return yi * beta + w;
-        },
-        mask, x, y);
-  }
+  map_blended(
+      n, y, beta,
+      [=](auto mi, auto xi) {
+        const auto v = (xi * alpha) * scale;
+        return kept(mi) * v;
+      },
+      mask, x);
 }
 
 template <typename T>
 void x86VectorSplitBackward(unsigned long n, T alpha, const T* a, const T* b, T beta, T* y) {
-  if (beta == T(0)) {
-    map_elements(
-        n, y, [alpha](auto ai, auto bi) { return (ai + bi) * alpha + T(0); }, a, b);
-  } else {
-    map_elements(
-        n, y,
-        [alpha, beta](auto ai, auto bi, auto yi) {
-          const auto sum = (ai + bi) * alpha;
-          return sum + yi * beta;
-        },
-        a, b, y);
-  }
+  map_blended(
+      n, y, beta, [alpha](auto ai, auto bi) { return (ai + bi) * alpha; }, a, b);
 }
 
 #define NUMBRA_INSTANTIATE_MASK_SPLIT(T)                                                     \

@@ -52,7 +52,7 @@ namespace ZETL {
 namespace numbra {
 
 using ::numbra::blend_term;
-using ::numbra::map_elements;
+using ::numbra::map_blended;
 using ::numbra::wide_sigmoid;
 
 template <typename T>
@@ -104,47 +104,25 @@ T x86ScalarSigmoid(T x) {
 template <typename T>
 void x86VectorSigmoidBackward(unsigned long n, T alpha, const T* s, const T* g, T beta, T* y) {
   // (1 - s) * ((g * alpha) * s) + u
-  if (beta == T(0)) {
-    map_elements(
-        n, y,
-        [alpha](auto si, auto gi) {
-          const auto grad = (gi * alpha) * si;
-          return (T(1) - si) * grad + T(0);
-        },
-        s, g);
-  } else {
-    map_elements(
-        n, y,
-        [alpha, beta](auto si, auto gi, auto yi) {
-          const auto grad = (gi * alpha) * si;
-          const auto product = (T(1) - si) * grad;
-          return product + yi * beta;
-        },
-        s, g, y);
-  }
+  map_blended(
+      n, y, beta,
+      [alpha](auto si, auto gi) {
+        const auto grad = (gi * alpha) * si;
+        return (T(1) - si) * grad;
+      },
+      s, g);
 }
 
 template <typename T>
 void x86VectorTanhBackward(unsigned long n, T alpha, const T* t, const T* g, T beta, T* y) {
   // (1 - t * t) * (g * alpha) + u
-  if (beta == T(0)) {
-    map_elements(
-        n, y,
-        [alpha](auto ti, auto gi) {
-          const auto grad = gi * alpha;
-          return (T(1) - ti * ti) * grad + T(0);
-        },
-        t, g);
-  } else {
-    map_elements(
-        n, y,
-        [alpha, beta](auto ti, auto gi, auto yi) {
-          const auto grad = gi * alpha;
-          const auto product = (T(1) - ti * ti) * grad;
-          return product + yi * beta;
-        },
-        t, g, y);
-  }
+  map_blended(
+      n, y, beta,
+      [alpha](auto ti, auto gi) {
+        const auto grad = gi * alpha;
+        return (T(1) - ti * ti) * grad;
+      },
+      t, g);
 }
 
 #define NUMBRA_INSTANTIATE_TRANSCENDENTAL(T)                                              \
