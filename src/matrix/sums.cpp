@@ -17,11 +17,6 @@ T row_sum(unsigned long n, const T* row) {
   return s;
 }
 
-template <typename T>
-T blend_term(T coefficient, T old) {
-  return coefficient == T(0) ? T(0) : old * coefficient;
-}
-
 // y[r] = (sum of row r) * alpha + u, blending the old y[r] with `coefficient`.
 template <typename T>
 void blend_row_sums(unsigned long m, unsigned long n, unsigned long lda, T alpha, const T* a,
@@ -29,7 +24,7 @@ void blend_row_sums(unsigned long m, unsigned long n, unsigned long lda, T alpha
   for (unsigned long r = 0; r < m; ++r) {
     const T s = row_sum(n, a + r * lda);
     const T scaled = s * alpha;
-    y[r] = scaled + blend_term(coefficient, y[r]);
+    y[r] = scaled + blend_term(coefficient, y + r);
   }
 }
 
@@ -56,7 +51,7 @@ void x86MatrixGetSum(int, unsigned long m, unsigned long n, T alpha, const T* a,
   for (unsigned long r = 0; r < m; ++r) {
     const T s = row_sum(n, a + r * n);
     const T t = T(1) > s ? T(0) : s * alpha;
-    y[r] = t + blend_term(beta, y[r]);
+    y[r] = t + blend_term(beta, y + r);
   }
 }
 

@@ -11,6 +11,7 @@
 namespace ZETL {
 namespace numbra {
 
+using ::numbra::blend_term;
 using ::numbra::map_blended;
 using ::numbra::map_elements;
 
@@ -22,7 +23,6 @@ void x86MatrixProbByRow(int, unsigned long m, unsigned long n, unsigned long lda
   // once an element passes about 88.7). Each exponential is computed again
   // for its quotient rather than stored, and the sum is complete before the
   // row is stored, so y may be a itself.
-  const bool zero_beta = beta == T(0);
   const double wide_alpha = double(alpha);
   for (unsigned long r = 0; r < m; ++r) {
     const T* ar = a + r * lda;
@@ -31,7 +31,7 @@ void x86MatrixProbByRow(int, unsigned long m, unsigned long n, unsigned long lda
     for (unsigned long j = 0; j < n; ++j) s = T(double(s) + std::exp(double(ar[j])));
     const double wide_sum = double(s);
     for (unsigned long j = 0; j < n; ++j) {
-      const T u = zero_beta ? T(0) : yr[j] * beta;
+      const T u = blend_term(beta, yr + j);
       const double e = std::exp(double(ar[j]));
       const double v = (e * wide_alpha) / wide_sum;
       yr[j] = T(double(u) + v);

@@ -72,6 +72,13 @@ inline void map_elements(unsigned long n, T* out, Op op, const In*... in) {
       [&](unsigned long i) { return op(L::load(in + i)...); });
 }
 
+// The zero-beta term of one output element: +0 for a zero beta of either
+// sign, which leaves *old unread, and *old * beta otherwise.
+template <typename T>
+inline T blend_term(T beta, const T* old) {
+  return beta == T(0) ? T(0) : *old * beta;
+}
+
 // out[i] = term(in[i]...) + u under the zero-beta rule of the blending
 // operators: u is +0 for a zero beta of either sign, and out is then not
 // read; otherwise u = out[i] * beta, a NaN beta included. The sum is always

@@ -13,13 +13,6 @@
 namespace numbra {
 namespace {
 
-// The blend term of an output element: +0 for a zero beta (either sign),
-// which leaves y unread, and y * beta otherwise, NaN beta included.
-template <typename T>
-T blend_term(bool zero_beta, T beta, const T* y) {
-  return zero_beta ? T(0) : *y * beta;
-}
-
 // alpha / (exp(-x) + 1) in double, the sign flipped in T before widening.
 template <typename T>
 double wide_sigmoid(T alpha, T x) {
@@ -78,20 +71,18 @@ void x86VectorPower(unsigned long n, const T* x, T p, T* y) {
 
 template <typename T>
 void x86VectorSigmoid(unsigned long n, T alpha, const T* x, T beta, T* y) {
-  const bool zero_beta = beta == T(0);
   for (unsigned long i = 0; i < n; ++i) {
     const double r = wide_sigmoid(alpha, x[i]);
-    const T u = blend_term(zero_beta, beta, y + i);
+    const T u = blend_term(beta, y + i);
     y[i] = T(r + double(u));
   }
 }
 
 template <typename T>
 void x86VectorTanh(unsigned long n, T alpha, const T* x, T beta, T* y) {
-  const bool zero_beta = beta == T(0);
   for (unsigned long i = 0; i < n; ++i) {
     const double r = std::tanh(double(x[i])) * double(alpha);
-    const T u = blend_term(zero_beta, beta, y + i);
+    const T u = blend_term(beta, y + i);
     y[i] = T(r + double(u));
   }
 }
