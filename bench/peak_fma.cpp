@@ -11,7 +11,17 @@ namespace {
 
 constexpr int kChains = 12;  // enough independent chains to cover the latency
 
-float lanes_sum(const __m256* acc) {
+// Runs `steps` rounds of acc = step(acc, x, y) on every chain and returns a
+// value that depends on all of them.
+template <class Step>
+float run_chains(long steps, Step step) {
+  __m256 acc[kChains];
+  for (int j = 0; j < kChains; ++j) acc[j] = _mm256_set1_ps(0.5f + j);
+  const __m256 x = _mm256_set1_ps(0.999999f), y = _mm256_set1_ps(1e-6f);
+  for (long i = 0; i < steps; ++i) {
+#pragma GCC unroll 12
+    for (int j = 0; j < kChains; ++j) acc[j] = step(acc[j], x, y);
+  }
   __m256 s = acc[0];
   for (int j = 1; j < kChains; ++j) s = _mm256_add_ps(s, acc[j]);
   alignas(32) float l[8];
@@ -22,25 +32,14 @@ float lanes_sum(const __m256* acc) {
 }  // namespace
 
 float fma_chains(long steps) {
-  __m256 acc[kChains];
-  for (int j = 0; j < kChains; ++j) acc[j] = _mm256_set1_ps(0.5f + j);
-  const __m256 x = _mm256_set1_ps(0.999999f), y = _mm256_set1_ps(1e-6f);
-  for (long i = 0; i < steps; ++i) {
-#pragma GCC unroll 12
-    for (int j = 0; j < kChains; ++j) acc[j] = _mm256_fmadd_ps(acc[j], x, y);
-  }
-  return lanes_sum(acc);
+  return run_chains(steps,
+                    [](__m256 acc, __m256 x, __m256 y) { return _mm256_fmadd_ps(acc, x, y); });
 }
 
 float mul_add_chains(long steps) {
-  __m256 acc[kChains];
-  for (int j = 0; j < kChains; ++j) acc[j] = _mm256_set1_ps(0.5f + j);
-  const __m256 x = _mm256_set1_ps(0.999999f), y = _mm256_set1_ps(1e-6f);
-  for (long i = 0; i < steps; ++i) {
-#pragma GCC unroll 12
-    for (int j = 0; j < kChains; ++j) acc[j] = _mm256_add_ps(acc[j], _mm256_mul_ps(y, x));
-  }
-  return lanes_sum(acc);
+  return run_chains(steps, [](__m256 acc, __m256 x, __m256 y) {
+    return _mm256_add_ps(acc, _mm256_mul_ps(y, x));
+  });
 }
 
 }  // namespace numbra_bench
