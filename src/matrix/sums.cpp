@@ -37,6 +37,7 @@ namespace numbra {
 using ::numbra::blend_row_sums;
 using ::numbra::blend_term;
 using ::numbra::map_elements;
+using ::numbra::ranges_are_disjoint;
 using ::numbra::row_sum;
 
 template <typename T>
@@ -76,15 +77,26 @@ void x86MatrixSumByCol(int, unsigned long m, unsigned long n, unsigned long lda,
     map_elements(
         n, y, [beta](auto yj) { return yj * beta; }, y);
   }
-  for (unsigned long r = 0; r < m; ++r) {
-    map_elements(
-        n, y,
-        [alpha](auto aj, auto yj) {
-          const auto product = aj * alpha;
-          return product + yj;
-        },
-        a + r * lda, y);
+  auto add_row = [alpha](auto aj, auto yj) {
+    const auto product = aj * alpha;
+    return product + yj;
+  };
+  unsigned long r = 0;
+  if (m > 0 && ranges_are_disjoint(y, n, a, (m - 1) * lda + n)) {
+    // With y outside the matrix, rows go four at a time: each y element
+    // still takes its rows one by one in ascending order, and four rows
+    // stream from memory side by side.
+    for (; r + 4 <= m; r += 4) {
+      const T* row = a + r * lda;
+      map_elements(
+          n, y,
+          [add_row](auto a0, auto a1, auto a2, auto a3, auto yj) {
+            return add_row(a3, add_row(a2, add_row(a1, add_row(a0, yj))));
+          },
+          row, row + lda, row + 2 * lda, row + 3 * lda, y);
+    }
   }
+  for (; r < m; ++r) map_elements(n, y, add_row, a + r * lda, y);
 }
 
 template <typename T>

@@ -33,11 +33,17 @@ inline bool chunked_stores_are_exact(const T* out, const T* in, unsigned long ch
 // traffic.
 constexpr unsigned long kStreamingOutputBytes = 16ul << 20;
 
+// True when the na elements from a and the nb elements from b share none.
 template <typename T>
-inline bool ranges_are_disjoint(const T* a, const T* b, unsigned long n) {
+inline bool ranges_are_disjoint(const T* a, unsigned long na, const T* b, unsigned long nb) {
   const std::uintptr_t x = reinterpret_cast<std::uintptr_t>(a);
   const std::uintptr_t y = reinterpret_cast<std::uintptr_t>(b);
-  return x >= y + n * sizeof(T) || y >= x + n * sizeof(T);
+  return x >= y + nb * sizeof(T) || y >= x + na * sizeof(T);
+}
+
+template <typename T>
+inline bool ranges_are_disjoint(const T* a, const T* b, unsigned long n) {
+  return ranges_are_disjoint(a, n, b, n);
 }
 
 // Stores out[i] = scalar_at(i) for i in 0..n-1 in ascending order, lanes at

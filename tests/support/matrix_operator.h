@@ -70,17 +70,20 @@ void expect_definition_inside_guards(const std::vector<MatrixOperator<T>>& ops) 
   }
 }
 
-// y at a and at small shifts from it, the whole arena compared.
+// y at a, at small shifts from it and just outside a on either side, the
+// whole arena compared.
 template <typename T>
 void expect_definition_on_overlaps(const std::vector<MatrixOperator<T>>& ops) {
   for (const MatrixOperator<T>& op : ops) {
-    for (const unsigned long m : {1ul, 3ul}) {
+    for (const unsigned long m : {1ul, 3ul, 5ul}) {
       for (const unsigned long n : {1ul, 3ul, 4ul, 5ul, 9ul, 33ul}) {
         for (const unsigned long lda : {n, n + 2}) {
-          for (long d = -9; d <= 9; ++d) {
-            const long base = 16;
-            const std::size_t arena_size =
-                base + 32 + std::max(op.a_size(m, n, lda), op.y_size(m, n, lda));
+          const long a_size = long(op.a_size(m, n, lda)), y_size = long(op.y_size(m, n, lda));
+          std::vector<long> shifts = {-y_size, a_size};
+          for (long d = -9; d <= 9; ++d) shifts.push_back(d);
+          for (const long d : shifts) {
+            const long base = 16 + y_size;
+            const std::size_t arena_size = base + 32 + std::max(a_size, y_size) + a_size;
             const std::vector<T> initial = mixed_values<T>(arena_size, 13 + m + n + d);
             std::vector<T> expected = initial, actual = initial;
             op.define(m, n, lda, expected.data() + base, expected.data() + base + d);
