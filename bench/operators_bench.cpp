@@ -58,6 +58,9 @@ void register_pair(const std::string& op, unsigned long n, unsigned long length,
 }
 
 // Element loops at a DRAM-resident size, against memcpy of the same bytes.
+// The blending operators run twice: with a beta that reads y and writes it
+// back in place, and with beta = 0, where y is only written and the stores
+// can bypass the caches.
 template <typename T>
 void register_streaming() {
   const unsigned long n = kDram, rows = kDram / kDramColumns;
@@ -67,19 +70,27 @@ void register_streaming() {
     register_pair<T>(op, n, n, double(bytes), body, nullptr);
     numbra_bench::register_memcpy(bytes);
   };
+  using Blending = std::function<void(Operands<T>&, T beta)>;
+  const auto add_blending = [&](const std::string& op, Blending body) {
+    add(op, 4, [=](Operands<T>& v) { body(v, beta); });
+    add(op + "(beta=0)", 3, [=](Operands<T>& v) { body(v, T(0)); });
+  };
   add("Geam_nn", 3, [=](Operands<T>& v) {
     nb::x86Geam_nn<T>(0, rows, kDramColumns, alpha, kDramColumns, v.x, beta, kDramColumns, v.y,
                       kDramColumns, v.z);
   });
-  add("MaskAndScale", 4, [=](Operands<T>& v) {
-    nb::x86VectorMaskAndScale<T>(n, v.x, alpha, v.y, T(1), T(2), beta, v.z);
+  add_blending("MaskAndScale", [=](Operands<T>& v, T b) {
+    nb::x86VectorMaskAndScale<T>(n, v.x, alpha, v.y, T(1), T(2), b, v.z);
   });
-  add("SplitBackward", 4,
-      [=](Operands<T>& v) { nb::x86VectorSplitBackward<T>(n, alpha, v.x, v.y, beta, v.z); });
-  add("SigmoidBackward", 4,
-      [=](Operands<T>& v) { nb::x86VectorSigmoidBackward<T>(n, alpha, v.x, v.y, beta, v.z); });
-  add("TanhBackward", 4,
-      [=](Operands<T>& v) { nb::x86VectorTanhBackward<T>(n, alpha, v.x, v.y, beta, v.z); });
+  add_blending("SplitBackward", [=](Operands<T>& v, T b) {
+    nb::x86VectorSplitBackward<T>(n, alpha, v.x, v.y, b, v.z);
+  });
+  add_blending("SigmoidBackward", [=](Operands<T>& v, T b) {
+    nb::x86VectorSigmoidBackward<T>(n, alpha, v.x, v.y, b, v.z);
+  });
+  add_blending("TanhBackward", [=](Operands<T>& v, T b) {
+    nb::x86VectorTanhBackward<T>(n, alpha, v.x, v.y, b, v.z);
+  });
   add("SumByCol", 1, [=](Operands<T>& v) {
     nb::x86MatrixSumByCol<T>(0, rows, kDramColumns, kDramColumns, alpha, v.x, beta, v.y);
   });
