@@ -44,28 +44,33 @@ struct NonzeroLanes128 {
   }
 };
 
-// Calls emit(j) for every element row[j] that passes the test of Lanes, j
-// ascending. The tests of 64 elements are gathered into one mask first, so
-// that the branches follow the stored elements rather than every group.
-// Vector steps load only whole groups inside the row.
+// Calls emit(base, mask) for the elements of a row that pass the test of
+// Lanes, in ascending column order: bit t of a nonzero mask stands for
+// row[base + t]. The tests of 64 elements are gathered into one mask first,
+// so that the branches follow the stored elements rather than every group.
+// Vector steps load only whole groups inside the row. The walk asks for the
+// row a few pages ahead, so that memory keeps streaming while the stored
+// elements are handled.
 template <typename Lanes, typename Emit>
 void scan_row(const float* row, int n, Emit emit) {
   constexpr int kChunk = 64;
+  constexpr int kPrefetchBytes = 4096;
   int j = 0;
   for (; j <= n - kChunk; j += kChunk) {
+    const char* ahead = reinterpret_cast<const char*>(row + j) + kPrefetchBytes;
+    for (int line = 0; line < kChunk * 4; line += 64) _mm_prefetch(ahead + line, _MM_HINT_T0);
     unsigned long long mask = 0;
     for (int g = 0; g < kChunk; g += 16) {
       mask |= static_cast<unsigned long long>(Lanes::mask16(row + j + g)) << g;
     }
-    for (; mask != 0; mask &= mask - 1) emit(j + __builtin_ctzll(mask));
+    if (mask != 0) emit(j, mask);
   }
   for (; j <= n - Lanes::kCount; j += Lanes::kCount) {
-    for (unsigned mask = Lanes::mask(row + j); mask != 0; mask &= mask - 1) {
-      emit(j + __builtin_ctz(mask));
-    }
+    const unsigned mask = Lanes::mask(row + j);
+    if (mask != 0) emit(j, mask);
   }
   for (; j < n; ++j) {
-    if (Lanes::test(row[j])) emit(j);
+    if (Lanes::test(row[j])) emit(j, 1u);
   }
 }
 
@@ -78,13 +83,27 @@ void fill_csr_from_dense(int m, int n, const float* a, int* rowPtr, int* colIdx,
     for (int i = 1; i <= m; ++i) rowPtr[i] = 0;
     return;
   }
+  constexpr int kStoresWithoutBranch = 4;
   int k = 0;
   for (int i = 0; i < m; ++i) {
     const float* row = a + static_cast<std::size_t>(i) * n;
-    scan_row<Lanes>(row, n, [&](int j) {
-      colIdx[k] = j;
-      val[k] = row[j];
-      ++k;
+    scan_row<Lanes>(row, n, [&](int base, unsigned long long mask) {
+      auto store_lowest = [&] {
+        const int j = base + __builtin_ctzll(mask);
+        colIdx[k] = j;
+        val[k] = row[j];
+      };
+      // The first stores take no branch, which a mispredicted loop exit
+      // would cost on most masks: once the mask is down to its last
+      // element, they store that element again at its own place, so
+      // nothing lands beyond it.
+      for (int t = 0; t < kStoresWithoutBranch; ++t) {
+        store_lowest();
+        const unsigned long long rest = mask & (mask - 1);
+        k += rest != 0;
+        mask = rest != 0 ? rest : mask;
+      }
+      for (; mask != 0; mask &= mask - 1, ++k) store_lowest();
     });
     rowPtr[i + 1] = k;
   }
@@ -116,10 +135,13 @@ void fill_ccs_from_dense(int m, int n, const float* a, int* colPtr, int* rowIdx,
   for (int j = 1; j <= n; ++j) colPtr[j] += colPtr[j - 1];
   for (int i = 0; i < m; ++i) {
     const float* row = a + static_cast<std::size_t>(i) * n;
-    scan_row<Lanes>(row, n, [&](int j) {
-      const int p = colPtr[j]++;
-      rowIdx[p] = i;
-      val[p] = row[j];
+    scan_row<Lanes>(row, n, [&](int base, unsigned long long mask) {
+      for (; mask != 0; mask &= mask - 1) {
+        const int j = base + __builtin_ctzll(mask);
+        const int p = colPtr[j]++;
+        rowIdx[p] = i;
+        val[p] = row[j];
+      }
     });
   }
   for (int j = n; j >= 1; --j) colPtr[j] = colPtr[j - 1];

@@ -98,7 +98,7 @@ TEST(SparseDenseConversion, MatchesTheDefinition) {
   std::uint32_t seed = 1;
   for (int m : kRows) {
     for (int n : kCols) {
-      for (double density : {0.1, 0.6, 1.0}) {
+      for (double density : {0.03, 0.1, 0.6, 1.0}) {
         SCOPED_TRACE(testing::Message() << m << " x " << n << " density " << density);
         const std::vector<float> dense = random_dense(m, n, density, ++seed);
         const auto a = guarded(dense);
