@@ -3,6 +3,8 @@
 // sizes, and the single-threaded products of the peers found at build time.
 #include <benchmark/benchmark.h>
 
+#include <cstddef>
+#include <new>
 #include <random>
 #include <string>
 #include <vector>
@@ -29,10 +31,26 @@ void register_peaks() {
   });
 }
 
-std::vector<float> random_matrix(long elements, unsigned seed) {
+// Buffers start on a cache line, as a runtime's tensors and workspaces
+// usually do; every product of the comparison gets the same ones.
+template <typename T>
+struct LineAligned {
+  using value_type = T;
+  static constexpr std::align_val_t kLine{64};
+  LineAligned() = default;
+  template <typename U>
+  LineAligned(const LineAligned<U>&) {}
+  T* allocate(std::size_t n) { return static_cast<T*>(::operator new(n * sizeof(T), kLine)); }
+  void deallocate(T* p, std::size_t) { ::operator delete(p, kLine); }
+  friend bool operator==(const LineAligned&, const LineAligned&) { return true; }
+  friend bool operator!=(const LineAligned&, const LineAligned&) { return false; }
+};
+using Matrix = std::vector<float, LineAligned<float>>;
+
+Matrix random_matrix(long elements, unsigned seed) {
   std::mt19937 gen(seed);
   std::uniform_real_distribution<float> dist(-1.0f, 1.0f);
-  std::vector<float> v(elements);
+  Matrix v(elements);
   for (float& x : v) x = dist(gen);
   return v;
 }
@@ -44,9 +62,8 @@ void register_sgemm(const char* variant, long size, Multiply multiply) {
   const std::string name = std::string("sgemm_nn/") + variant + "/" + std::to_string(size);
   benchmark::RegisterBenchmark(name.c_str(), [size, multiply](benchmark::State& state) {
     const auto a = random_matrix(size * size, 1), b = random_matrix(size * size, 2);
-    std::vector<float> c(size * size);
-    std::vector<float> ws(nb::x86GemmNNGetSize<float>(1, size, size, size, size, size, size) /
-                          sizeof(float));
+    Matrix c(size * size);
+    Matrix ws(nb::x86GemmNNGetSize<float>(1, size, size, size, size, size, size) / sizeof(float));
     for (auto _ : state) {
       multiply(size, a.data(), b.data(), c.data(), ws.data());
       benchmark::ClobberMemory();
