@@ -17,7 +17,7 @@ void x86VectorFillScalar(unsigned long n, T v, T* y) {
     const auto lanes = ::numbra::Lanes128<T>::splat(v);
     ::numbra::write_elements(
         n, y, true, true, [v](unsigned long) { return v; },
-        [lanes](unsigned long) { return lanes; });
+        [lanes](unsigned long) { return lanes; }, [](unsigned long) {});
   }
 }
 
