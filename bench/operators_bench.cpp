@@ -58,45 +58,71 @@ void register_pair(const std::string& op, unsigned long n, unsigned long length,
 }
 
 // Element loops at a DRAM-resident size, against memcpy of the same bytes.
-// The blending operators run twice: with a beta that reads y and writes it
-// back in place, and with beta = 0, where y is only written and the stores
-// can bypass the caches.
+// The blending operators run twice, each beside the plain loop of its
+// definition: with a beta that reads y and writes it back in place, and
+// with beta = 0, where y is only written and the stores can bypass the
+// caches.
 template <typename T>
 void register_streaming() {
   const unsigned long n = kDram, rows = kDram / kDramColumns;
   const T alpha = T(0.25), beta = T(0.5);
-  const auto add = [&](const std::string& op, int vectors, Body<T> body) {
+  const auto add = [&](const std::string& op, int vectors, Body<T> body, Body<T> scalar) {
     const unsigned long bytes = vectors * n * sizeof(T);
-    register_pair<T>(op, n, n, double(bytes), body, nullptr);
+    register_pair<T>(op, n, n, double(bytes), body, scalar);
     numbra_bench::register_memcpy(bytes);
   };
   using Blending = std::function<void(Operands<T>&, T beta)>;
-  const auto add_blending = [&](const std::string& op, Blending body) {
-    add(op, 4, [=](Operands<T>& v) { body(v, beta); });
-    add(op + "(beta=0)", 3, [=](Operands<T>& v) { body(v, T(0)); });
+  // y = term(x, y) + u over the operands x, y and z = y.
+  const auto add_blending = [&](const std::string& op, Blending body, auto term) {
+    const auto plain = [term](Operands<T>& v, T b) {
+      for (unsigned long i = 0; i < n; ++i) {
+        const T u = b == T(0) ? T(0) : v.z[i] * b;
+        v.z[i] = term(v.x[i], v.y[i]) + u;
+      }
+    };
+    add(
+        op, 4, [=](Operands<T>& v) { body(v, beta); }, [=](Operands<T>& v) { plain(v, beta); });
+    add(
+        op + "(beta=0)", 3, [=](Operands<T>& v) { body(v, T(0)); },
+        [=](Operands<T>& v) { plain(v, T(0)); });
   };
-  add("Geam_nn", 3, [=](Operands<T>& v) {
-    nb::x86Geam_nn<T>(0, rows, kDramColumns, alpha, kDramColumns, v.x, beta, kDramColumns, v.y,
-                      kDramColumns, v.z);
-  });
-  add_blending("MaskAndScale", [=](Operands<T>& v, T b) {
-    nb::x86VectorMaskAndScale<T>(n, v.x, alpha, v.y, T(1), T(2), b, v.z);
-  });
-  add_blending("SplitBackward", [=](Operands<T>& v, T b) {
-    nb::x86VectorSplitBackward<T>(n, alpha, v.x, v.y, b, v.z);
-  });
-  add_blending("SigmoidBackward", [=](Operands<T>& v, T b) {
-    nb::x86VectorSigmoidBackward<T>(n, alpha, v.x, v.y, b, v.z);
-  });
-  add_blending("TanhBackward", [=](Operands<T>& v, T b) {
-    nb::x86VectorTanhBackward<T>(n, alpha, v.x, v.y, b, v.z);
-  });
-  add("SumByCol", 1, [=](Operands<T>& v) {
-    nb::x86MatrixSumByCol<T>(0, rows, kDramColumns, kDramColumns, alpha, v.x, beta, v.y);
-  });
-  add("AddVectorByRow", 2, [=](Operands<T>& v) {
-    nb::x86MatrixAddVectorByRow<T>(0, rows, kDramColumns, kDramColumns, alpha, v.x, beta, v.y);
-  });
+  add(
+      "Geam_nn", 3,
+      [=](Operands<T>& v) {
+        nb::x86Geam_nn<T>(0, rows, kDramColumns, alpha, kDramColumns, v.x, beta, kDramColumns, v.y,
+                          kDramColumns, v.z);
+      },
+      nullptr);
+  add_blending(
+      "MaskAndScale",
+      [=](Operands<T>& v, T b) {
+        nb::x86VectorMaskAndScale<T>(n, v.x, alpha, v.y, T(1), T(2), b, v.z);
+      },
+      [=](T mask, T x) { return (T(1) < mask ? T(1) : T(0)) * ((x * alpha) * T(2)); });
+  add_blending(
+      "SplitBackward",
+      [=](Operands<T>& v, T b) { nb::x86VectorSplitBackward<T>(n, alpha, v.x, v.y, b, v.z); },
+      [=](T a, T c) { return (a + c) * alpha; });
+  add_blending(
+      "SigmoidBackward",
+      [=](Operands<T>& v, T b) { nb::x86VectorSigmoidBackward<T>(n, alpha, v.x, v.y, b, v.z); },
+      [=](T s, T g) { return (T(1) - s) * ((g * alpha) * s); });
+  add_blending(
+      "TanhBackward",
+      [=](Operands<T>& v, T b) { nb::x86VectorTanhBackward<T>(n, alpha, v.x, v.y, b, v.z); },
+      [=](T t, T g) { return (T(1) - t * t) * (g * alpha); });
+  add(
+      "SumByCol", 1,
+      [=](Operands<T>& v) {
+        nb::x86MatrixSumByCol<T>(0, rows, kDramColumns, kDramColumns, alpha, v.x, beta, v.y);
+      },
+      nullptr);
+  add(
+      "AddVectorByRow", 2,
+      [=](Operands<T>& v) {
+        nb::x86MatrixAddVectorByRow<T>(0, rows, kDramColumns, kDramColumns, alpha, v.x, beta, v.y);
+      },
+      nullptr);
 }
 
 // Operators bound by a library call per element, against the plain loop
