@@ -101,6 +101,32 @@ void expect_stays_inside_operands(const std::vector<VectorOperator<T>>& ops) {
   }
 }
 
+// Operands long enough for the loops that stream from memory: past 1 MiB
+// the inputs are asked for ahead, and a disjoint output of 16 MiB or more is
+// stored around the caches, here from one element past a 16-byte boundary.
+// Each length runs with a disjoint output and in place.
+template <typename T>
+void expect_ascending_loop_on_long_operands(const std::vector<VectorOperator<T>>& ops) {
+  for (const unsigned long bytes : {1ul << 20, 16ul << 20}) {
+    const unsigned long n = bytes / sizeof(T) + 5;
+    const std::vector<T> a = mixed_values<T>(n + 1, 5), b = mixed_values<T>(n + 1, 6),
+                         old = mixed_values<T>(n + 1, 7);
+    for (const VectorOperator<T>& op : ops) {
+      SCOPED_TRACE(op.name + ", n=" + std::to_string(n));
+      std::vector<T> expected = old, actual = old;
+      op.define(n, a.data(), b.data(), expected.data() + 1);
+      op.run(n, a.data(), b.data(), actual.data() + 1);
+      EXPECT_SAME_RESULTS(expected.data(), actual.data(), n + 1);
+      expected = a;
+      actual = a;
+      op.define(n, expected.data(), b.data(), expected.data());
+      op.run(n, actual.data(), b.data(), actual.data());
+      EXPECT_SAME_RESULTS(expected.data(), actual.data(), n + 1);
+      if (::testing::Test::HasFailure()) return;
+    }
+  }
+}
+
 }  // namespace numbra_test
 
 #endif  // NUMBRA_TESTS_VECTOR_OPERATOR_H

@@ -112,6 +112,14 @@ TYPED_TEST(ElementwiseTest, MatchesAscendingLoopOnEveryLayout) {
   numbra_test::expect_ascending_loop_on_every_placement(operators<TypeParam>());
 }
 
+TYPED_TEST(ElementwiseTest, LongOperandsStreamExactly) {
+  std::vector<VectorOperator<TypeParam>> ops;
+  for (const auto& op : operators<TypeParam>()) {
+    if (op.name == "Add" || op.name.rfind("Axpby(alpha=0.750000", 0) == 0) ops.push_back(op);
+  }
+  numbra_test::expect_ascending_loop_on_long_operands(ops);
+}
+
 TYPED_TEST(ElementwiseTest, StaysInsideItsOperands) {
   numbra_test::expect_stays_inside_operands(operators<TypeParam>());
 }
