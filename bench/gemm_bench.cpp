@@ -1,8 +1,12 @@
 // The dense multiply beside the machine's arithmetic peaks, measured in the
 // same run: x86Gemm_nn<float> through the FMA and the AVX twin over a sweep of
-// sizes, and the single-threaded products of the peers found at build time.
+// sizes, the transposed forms at 1024, the skinny path of x86Gemm_nt<float>
+// (m up to 16, n = k = 1024), each beside the single-threaded products of the
+// peers found at build time; and the blocked transpose of a 4096 x 4096
+// matrix beside memcpy of the same bytes.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <new>
 #include <random>
@@ -55,45 +59,90 @@ Matrix random_matrix(long elements, unsigned seed) {
   return v;
 }
 
-// C = A * B for square row-major matrices of `size`, by `multiply(size, a,
-// b, c, ws)`.
+// The four forms of C = op(A) op(B): which operand is stored transposed.
+struct Form {
+  const char* name;
+  bool a_transposed, b_transposed;
+};
+constexpr Form kNN{"nn", false, false}, kTN{"tn", true, false}, kNT{"nt", false, true},
+    kTT{"tt", true, true};
+
+// C = op(A) op(B) for row-major, densely stored m by k (or k by m) A and k
+// by n (or n by k) B, by multiply(a, b, c, ws), as "<op>/<variant>/<size>".
 template <class Multiply>
-void register_sgemm(const char* variant, long size, Multiply multiply) {
-  const std::string name = std::string("sgemm_nn/") + variant + "/" + std::to_string(size);
-  benchmark::RegisterBenchmark(name.c_str(), [size, multiply](benchmark::State& state) {
-    const auto a = random_matrix(size * size, 1), b = random_matrix(size * size, 2);
-    Matrix c(size * size);
-    Matrix ws(nb::x86GemmNNGetSize<float>(1, size, size, size, size, size, size) / sizeof(float));
+void register_product(const std::string& op, const std::string& variant, const std::string& size,
+                      long m, long n, long k, Multiply multiply) {
+  const std::string name = op + "/" + variant + "/" + size;
+  benchmark::RegisterBenchmark(name.c_str(), [m, n, k, multiply](benchmark::State& state) {
+    const auto a = random_matrix(m * k, 1), b = random_matrix(k * n, 2);
+    Matrix c(m * n);
+    unsigned long ws_bytes = 0;
+    for (const auto size : {nb::x86GemmNNGetSize<float>, nb::x86GemmTNGetSize<float>,
+                            nb::x86GemmNTGetSize<float>, nb::x86GemmTTGetSize<float>}) {
+      ws_bytes = std::max(ws_bytes, size(1, m, n, k, k, n, n));
+    }
+    Matrix ws(ws_bytes / sizeof(float));
     for (auto _ : state) {
-      multiply(size, a.data(), b.data(), c.data(), ws.data());
+      multiply(a.data(), b.data(), c.data(), ws.data());
       benchmark::ClobberMemory();
     }
-    state.counters["flops"] = 2.0 * size * size * size;
+    state.counters["flops"] = 2.0 * m * n * k;
   });
 }
 
-void register_products(long size) {
+// The library through both instruction sets and every peer, on one form.
+void register_form(const std::string& op, const std::string& size, long m, long n, long k,
+                   Form form) {
+  const long lda = form.a_transposed ? m : k, ldb = form.b_transposed ? k : n;
   for (const auto& [variant, isa] : {std::pair{"fma", ISA_FMA}, {"avx", ISA_AVX}}) {
-    register_sgemm(
-        variant, size, [isa = isa](long s, const float* a, const float* b, float* c, float* ws) {
-          nb::x86Gemm_nn<float>(isa, IMP_DEFAULT, 1, s, s, s, 1.0f, s, a, s, b, ws, 0.0f, s, c);
+    register_product(
+        op, variant, size, m, n, k,
+        [=, isa = isa](const float* a, const float* b, float* c, float* ws) {
+          const auto gemm =
+              form.a_transposed
+                  ? (form.b_transposed ? nb::x86Gemm_tt<float> : nb::x86Gemm_tn<float>)
+                  : (form.b_transposed ? nb::x86Gemm_nt<float> : nb::x86Gemm_nn<float>);
+          gemm(isa, IMP_DEFAULT, 1, m, n, k, 1.0f, lda, a, ldb, b, ws, 0.0f, n, c);
         });
   }
 #ifdef NUMBRA_BENCH_OPENBLAS
-  register_sgemm("openblas", size, [](long s, const float* a, const float* b, float* c, float*) {
-    cblas_sgemm(CblasRowMajor, CblasNoTrans, CblasNoTrans, s, s, s, 1.0f, a, s, b, s, 0.0f, c, s);
-  });
+  register_product(op, "openblas", size, m, n, k,
+                   [=](const float* a, const float* b, float* c, float*) {
+                     cblas_sgemm(CblasRowMajor, form.a_transposed ? CblasTrans : CblasNoTrans,
+                                 form.b_transposed ? CblasTrans : CblasNoTrans, m, n, k, 1.0f, a,
+                                 lda, b, ldb, 0.0f, c, n);
+                   });
 #endif
 #ifdef NUMBRA_BENCH_BLIS
-  register_sgemm("blis", size, [](long s, const float* a, const float* b, float* c, float*) {
-    blis_sgemm(s, a, b, c);
-  });
+  register_product(op, "blis", size, m, n, k,
+                   [=](const float* a, const float* b, float* c, float*) {
+                     blis_sgemm(m, n, k, form.a_transposed, form.b_transposed, a, b, c);
+                   });
 #endif
 #ifdef NUMBRA_BENCH_EIGEN
-  register_sgemm("eigen", size, [](long s, const float* a, const float* b, float* c, float*) {
-    eigen_sgemm(s, a, b, c);
-  });
+  register_product(op, "eigen", size, m, n, k,
+                   [=](const float* a, const float* b, float* c, float*) {
+                     eigen_sgemm(m, n, k, form.a_transposed, form.b_transposed, a, b, c);
+                   });
 #endif
+}
+
+// x86MatrixTranspose<float> of a size by size matrix, against memcpy moving
+// the same bytes.
+void register_transpose(long size) {
+  const double bytes = 2.0 * size * size * sizeof(float);
+  benchmark::RegisterBenchmark(("Transpose<float>/numbra/" + std::to_string(size)).c_str(),
+                               [size, bytes](benchmark::State& state) {
+                                 const auto a = random_matrix(size * size, 3);
+                                 Matrix b(size * size);
+                                 for (auto _ : state) {
+                                   nb::x86MatrixTranspose<float>(1, size, size, size, a.data(),
+                                                                 size, b.data());
+                                   benchmark::ClobberMemory();
+                                 }
+                                 numbra_bench::set_traffic(state, bytes);
+                               });
+  numbra_bench::register_memcpy(static_cast<unsigned long>(bytes));
 }
 
 }  // namespace
@@ -101,6 +150,16 @@ void register_products(long size) {
 int main(int argc, char** argv) {
   numbra_bench::pin_peer_blas(argv);
   register_peaks();
-  for (const long size : {64, 128, 256, 512, 768, 1024, 1536, 2048}) register_products(size);
+  for (const long size : {64, 128, 256, 512, 768, 1024, 1536, 2048}) {
+    register_form("sgemm_nn", std::to_string(size), size, size, size, kNN);
+  }
+  for (const Form& form : {kTN, kNT, kTT}) {
+    register_form(std::string("sgemm_") + form.name, "1024", 1024, 1024, 1024, form);
+  }
+  // The skinny path: few rows of A against a transposed B.
+  for (const long m : {1, 2, 4, 8, 16}) {
+    register_form("sgemm_nt(m=" + std::to_string(m) + ")", "1024", m, 1024, 1024, kNT);
+  }
+  register_transpose(4096);
   return numbra_bench::run(argc, argv);
 }

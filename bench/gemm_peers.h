@@ -1,14 +1,17 @@
 // Dense-multiply peers beyond the BLAS of openblas_peer.h, each in a
 // translation unit of its own, so that no two peers' headers or exported BLAS
-// names meet: C = A B for square row-major float matrices of `size`.
+// names meet: C = op(A) op(B) for densely stored row-major float matrices,
+// m by n, with a depth of k, either operand possibly stored transposed.
 #ifndef NUMBRA_BENCH_GEMM_PEERS_H
 #define NUMBRA_BENCH_GEMM_PEERS_H
 
 // BLIS through its own typed interface, on one thread.
-void blis_sgemm(long size, const float* a, const float* b, float* c);
+void blis_sgemm(long m, long n, long k, bool a_transposed, bool b_transposed, const float* a,
+                const float* b, float* c);
 
 // Eigen's matrix product, compiled for AVX2 and FMA like the library's
 // FMA kernels.
-void eigen_sgemm(long size, const float* a, const float* b, float* c);
+void eigen_sgemm(long m, long n, long k, bool a_transposed, bool b_transposed, const float* a,
+                 const float* b, float* c);
 
 #endif  // NUMBRA_BENCH_GEMM_PEERS_H

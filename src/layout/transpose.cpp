@@ -1,11 +1,20 @@
-// Transpose by tiles of 64 by 64: the source and destination tiles are
-// prefetched into the outer caches, then the destination rows are written
-// contiguously while the source is read down its columns.
+// Transpose by tiles. A source tile is read four (float) or two (double)
+// rows at a time, transposed in registers into a tile buffer on the stack,
+// and the buffer is then written out destination row by destination row.
+// Reading the source straight down its columns would put every row of a
+// tile into the same few cache sets whenever the row stride is a multiple
+// of 4 KiB, and the tile would be fetched again for every column.
+//
+// The edges run untiled: a right strip of the columns beyond the whole
+// tiles, over every row, and a bottom strip of the rows beyond them. a and b
+// do not overlap, so each element of b is written once, wherever the
+// one-at-a-time copy would put it.
 #include "layout/transpose.h"
 
-#include <xmmintrin.h>
+#include <emmintrin.h>
 
 #include <cstddef>
+#include <cstdint>
 
 #include "numbra.h"
 
@@ -14,18 +23,60 @@ namespace numbra {
 
 namespace {
 
-constexpr int kTile = 64;
-constexpr int kCacheLine = 64;
+// A destination this large does not stay in the caches: its tile rows are
+// written with streaming stores, which do not read the lines first.
+constexpr unsigned long kStreamingDestinationBytes = 16ul << 20;
 
+// The square of 16 bytes a side: 4 by 4 floats or 2 by 2 doubles, moved
+// from rows a, a + lda, ... to rows b, b + ldb, ... transposed.
+inline void transpose_square(const float* a, std::ptrdiff_t lda, float* b, std::ptrdiff_t ldb) {
+  __m128 r0 = _mm_loadu_ps(a), r1 = _mm_loadu_ps(a + lda);
+  __m128 r2 = _mm_loadu_ps(a + 2 * lda), r3 = _mm_loadu_ps(a + 3 * lda);
+  _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
+  _mm_store_ps(b, r0);
+  _mm_store_ps(b + ldb, r1);
+  _mm_store_ps(b + 2 * ldb, r2);
+  _mm_store_ps(b + 3 * ldb, r3);
+}
+
+inline void transpose_square(const double* a, std::ptrdiff_t lda, double* b, std::ptrdiff_t ldb) {
+  const __m128d r0 = _mm_loadu_pd(a), r1 = _mm_loadu_pd(a + lda);
+  _mm_store_pd(b, _mm_unpacklo_pd(r0, r1));
+  _mm_store_pd(b + ldb, _mm_unpackhi_pd(r0, r1));
+}
+
+inline void store_row_piece(float* to, __m128 v, bool streaming) {
+  streaming ? _mm_stream_ps(to, v) : _mm_storeu_ps(to, v);
+}
+
+inline void store_row_piece(double* to, __m128d v, bool streaming) {
+  streaming ? _mm_stream_pd(to, v) : _mm_storeu_pd(to, v);
+}
+
+inline __m128 load_piece(const float* from) { return _mm_load_ps(from); }
+inline __m128d load_piece(const double* from) { return _mm_load_pd(from); }
+
+// Tiles are 256 bytes a row: 64 floats or 32 doubles on a side.
 template <typename T>
-void prefetch_tile(const T* a, std::ptrdiff_t lda, const T* b, std::ptrdiff_t ldb) {
-  constexpr int kStep = kCacheLine / sizeof(T);  // elements per prefetch
-  for (int r = 0; r < kTile; ++r) {
-    const char* from = reinterpret_cast<const char*>(a + r * lda);
-    const char* to = reinterpret_cast<const char*>(b + r * ldb);
-    for (int e = 0; e < kTile; e += kStep) {
-      _mm_prefetch(from + e * sizeof(T), _MM_HINT_T2);
-      _mm_prefetch(to + e * sizeof(T), _MM_HINT_T2);
+struct Tile {
+  static constexpr int kEdge = 256 / sizeof(T);
+  static constexpr int kSquare = 16 / sizeof(T);
+};
+
+// b[j * ldb + i] = a[i * lda + j] for one whole tile, a and b at its first
+// element. With `streaming`, b is 16-byte aligned, and so is every row.
+template <typename T>
+void transpose_tile(const T* a, std::ptrdiff_t lda, T* b, std::ptrdiff_t ldb, bool streaming) {
+  constexpr int kEdge = Tile<T>::kEdge, kSquare = Tile<T>::kSquare;
+  alignas(16) T buffer[kEdge * kEdge];
+  for (int i = 0; i < kEdge; i += kSquare) {
+    for (int j = 0; j < kEdge; j += kSquare) {
+      transpose_square(a + i * lda + j, lda, buffer + j * kEdge + i, kEdge);
+    }
+  }
+  for (int j = 0; j < kEdge; ++j) {
+    for (int i = 0; i < kEdge; i += kSquare) {
+      store_row_piece(b + j * ldb + i, load_piece(buffer + j * kEdge + i), streaming);
     }
   }
 }
@@ -44,17 +95,24 @@ void copy_transposed(int i0, int i1, int j0, int j1, std::ptrdiff_t lda, const T
 
 template <typename T>
 void transposeMatrix(int m, int n, int lda, const T* a, int ldb, T* b) {
-  const int m_full = m / kTile * kTile;
-  const int n_full = n / kTile * kTile;
-  for (int jt = 0; jt < n_full; jt += kTile) {
-    for (int it = 0; it < m_full; it += kTile) {
-      prefetch_tile(a + std::ptrdiff_t(it) * lda + jt, lda, b + std::ptrdiff_t(jt) * ldb + it, ldb);
-      copy_transposed(it, it + kTile, jt, jt + kTile, lda, a, ldb, b);
+  constexpr int kEdge = Tile<T>::kEdge;
+  const int m_full = m / kEdge * kEdge;
+  const int n_full = n / kEdge * kEdge;
+  const bool streaming =
+      m_full > 0 && n_full > 0 &&
+      static_cast<unsigned long>(n_full) * m_full * sizeof(T) >= kStreamingDestinationBytes &&
+      reinterpret_cast<std::uintptr_t>(b) % 16 == 0 &&
+      static_cast<std::size_t>(ldb) * sizeof(T) % 16 == 0;
+  for (int jt = 0; jt < n_full; jt += kEdge) {
+    for (int it = 0; it < m_full; it += kEdge) {
+      transpose_tile(a + std::ptrdiff_t(it) * lda + jt, lda, b + std::ptrdiff_t(jt) * ldb + it, ldb,
+                     streaming);
     }
   }
+  if (streaming) _mm_sfence();  // order the streamed stores before any later store
   // The right strip takes every row, the corner below the tiles included.
   if (n_full < n) copy_transposed(0, m, n_full, n, lda, a, ldb, b);
-  if (n_full >= kTile && m_full < m) copy_transposed(m_full, m, 0, n_full, lda, a, ldb, b);
+  if (n_full >= kEdge && m_full < m) copy_transposed(m_full, m, 0, n_full, lda, a, ldb, b);
 }
 
 template <typename T>

@@ -23,8 +23,8 @@ TYPED_TEST_SUITE(TransposeTest, Precisions);
 
 TYPED_TEST(TransposeTest, EveryShapeAroundTheTileEdge) {
   using T = TypeParam;
-  for (const long m : {0, 1, 2, 63, 64, 65, 100, 130})
-    for (const long n : {0, 1, 63, 64, 65, 100, 129})
+  for (const long m : {0, 1, 2, 31, 32, 33, 63, 64, 65, 100, 130})
+    for (const long n : {0, 1, 31, 32, 33, 63, 64, 65, 100, 129})
       for (const auto& [lda_extra, ldb_extra] : {std::pair{0L, 0L}, {3L, 5L}}) {
         const long lda = n + lda_extra, ldb = m + ldb_extra;
         const long a_size = m > 0 ? (m - 1) * lda + n : 0;
@@ -44,6 +44,25 @@ TYPED_TEST(TransposeTest, EveryShapeAroundTheTileEdge) {
           EXPECT_SAME_ARRAY_BITS(expected.data(), b.data(), b_size);
         }
       }
+}
+
+// Destinations of 16 MiB and more are written around the caches where
+// their rows are 16-byte aligned; here aligned, then one element off, then
+// with a row stride that is not a whole number of 16-byte steps.
+TYPED_TEST(TransposeTest, LargeDestinations) {
+  using T = TypeParam;
+  const long m = 1024 + 7, n = (16l << 20) / sizeof(T) / 1024 + 3;
+  for (const auto& [offset, ldb_extra] : {std::pair{0L, 0L}, {1L, 0L}, {0L, 1L}}) {
+    const long lda = n, ldb = m + 1 + ldb_extra;
+    const auto a = numbra_test::mixed_values<T>(m * lda, 3);
+    const auto b0 = numbra_test::mixed_values<T>(n * ldb + 1, 4);
+    std::vector<T> b = b0, expected = b0;
+    for (long i = 0; i < m; ++i)
+      for (long j = 0; j < n; ++j) expected[offset + j * ldb + i] = a[i * lda + j];
+    nb::x86MatrixTranspose<T>(0, m, n, lda, a.data(), ldb, b.data() + offset);
+    SCOPED_TRACE("offset=" + std::to_string(offset) + " ldb=" + std::to_string(ldb));
+    EXPECT_SAME_ARRAY_BITS(expected.data(), b.data(), n * ldb + 1);
+  }
 }
 
 TYPED_TEST(TransposeTest, ColumnVectorWithUnitStride) {
