@@ -56,7 +56,7 @@ constexpr unsigned long kPrefetchedOperandBytes = 1ul << 20;
 // own: the compiler drops prefetch builtins from some of these loops.
 template <typename T>
 inline void prefetch_ahead(const T* p) {
-  asm volatile("prefetcht0 %0" : : "m"(*(reinterpret_cast<const char*>(p) + 512)));
+  asm volatile("prefetcht0 512(%0)" : : "r"(p));
 }
 
 // Hands vector_at(i) to put(i, v) for the lane groups from i on, a cache
@@ -107,11 +107,14 @@ inline void write_elements(unsigned long n, T* out, bool vectors, bool streaming
 template <typename T, class Op, class... In>
 inline void map_elements(unsigned long n, T* out, Op op, const In*... in) {
   using L = Lanes128<T>;
+  // The element functions hold copies of the operator and the pointers:
+  // held by reference, they would be read again from memory after every
+  // store to out, which might have changed them.
   write_elements(
       n, out, (chunked_stores_are_exact(out, in, L::kCount) && ...),
-      (ranges_are_disjoint(out, in, n) && ...), [&](unsigned long i) { return op(in[i]...); },
-      [&](unsigned long i) { return op(L::load(in + i)...); },
-      [&](unsigned long i) { (prefetch_ahead(in + i), ...); });
+      (ranges_are_disjoint(out, in, n) && ...), [=](unsigned long i) { return op(in[i]...); },
+      [=](unsigned long i) { return op(L::load(in + i)...); },
+      [=](unsigned long i) { (prefetch_ahead(in + i), ...); });
 }
 
 // The zero-beta term of one output element: +0 for a zero beta of either
