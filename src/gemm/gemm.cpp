@@ -31,6 +31,14 @@ float* allocate_floats(unsigned long count) {
   return static_cast<float*>(std::malloc(count * sizeof(float)));
 }
 
+// The rows by cols transpose of src (cols rows of stride ld), copied to the
+// heap row-major; null when the allocation fails.
+float* transposed_copy(unsigned long rows, unsigned long cols, unsigned long ld, const float* src) {
+  float* copy = allocate_floats(rows * cols);
+  if (copy != nullptr) transposeMatrix<float>(int(cols), int(rows), int(ld), src, int(cols), copy);
+  return copy;
+}
+
 // The double product keeps its running sum in a float: each step is formed
 // and added in double and the sum rounded to float again. Only the operand
 // access differs between the four forms.
@@ -78,8 +86,7 @@ void x86Gemm_tn(ISA_t isa, IMP_t, int, unsigned long m, unsigned long n, unsigne
                 unsigned long ldc, T* c) {
   if constexpr (kSingle<T>) {
     // Without the copy the driver still runs, with a null A.
-    float* a_rows = allocate_floats(m * k);
-    if (a_rows != nullptr) transposeMatrix<float>(int(k), int(m), int(lda), a, int(k), a_rows);
+    float* a_rows = transposed_copy(m, k, lda, a);
     sgemm_nn(isa, m, n, k, alpha, a_rows, k, b, ldb, ws, beta, c, ldc);
     std::free(a_rows);
   } else {
@@ -94,8 +101,7 @@ void x86Gemm_nt(ISA_t isa, IMP_t, int, unsigned long m, unsigned long n, unsigne
   if constexpr (kSingle<T>) {
     if (m > 16) {
       // Without the copy the driver still runs, with a null B.
-      float* b_rows = allocate_floats(n * k);
-      if (b_rows != nullptr) transposeMatrix<float>(int(n), int(k), int(ldb), b, int(n), b_rows);
+      float* b_rows = transposed_copy(k, n, ldb, b);
       sgemm_nn(isa, m, n, k, alpha, a, lda, b_rows, n, ws, beta, c, ldc);
       std::free(b_rows);
     } else {

@@ -17,18 +17,16 @@
 #include <cstdint>
 
 #include "numbra.h"
+#include "vector/elementwise_loop.h"
 
 namespace ZETL {
 namespace numbra {
 
 namespace {
 
-// A destination this large does not stay in the caches: its tile rows are
-// written with streaming stores, which do not read the lines first.
-constexpr unsigned long kStreamingDestinationBytes = 16ul << 20;
-
 // The square of 16 bytes a side: 4 by 4 floats or 2 by 2 doubles, moved
-// from rows a, a + lda, ... to rows b, b + ldb, ... transposed.
+// from rows a, a + lda, ... to rows b, b + ldb, ... transposed. b is 16-byte
+// aligned, as is every row of it.
 inline void transpose_square(const float* a, std::ptrdiff_t lda, float* b, std::ptrdiff_t ldb) {
   __m128 r0 = _mm_loadu_ps(a), r1 = _mm_loadu_ps(a + lda);
   __m128 r2 = _mm_loadu_ps(a + 2 * lda), r3 = _mm_loadu_ps(a + 3 * lda);
@@ -45,29 +43,16 @@ inline void transpose_square(const double* a, std::ptrdiff_t lda, double* b, std
   _mm_store_pd(b + ldb, _mm_unpackhi_pd(r0, r1));
 }
 
-inline void store_row_piece(float* to, __m128 v, bool streaming) {
-  streaming ? _mm_stream_ps(to, v) : _mm_storeu_ps(to, v);
-}
-
-inline void store_row_piece(double* to, __m128d v, bool streaming) {
-  streaming ? _mm_stream_pd(to, v) : _mm_storeu_pd(to, v);
-}
-
-inline __m128 load_piece(const float* from) { return _mm_load_ps(from); }
-inline __m128d load_piece(const double* from) { return _mm_load_pd(from); }
-
 // Tiles are 256 bytes a row: 64 floats or 32 doubles on a side.
 template <typename T>
-struct Tile {
-  static constexpr int kEdge = 256 / sizeof(T);
-  static constexpr int kSquare = 16 / sizeof(T);
-};
+constexpr int kTileEdge = 256 / sizeof(T);
 
 // b[j * ldb + i] = a[i * lda + j] for one whole tile, a and b at its first
 // element. With `streaming`, b is 16-byte aligned, and so is every row.
 template <typename T>
 void transpose_tile(const T* a, std::ptrdiff_t lda, T* b, std::ptrdiff_t ldb, bool streaming) {
-  constexpr int kEdge = Tile<T>::kEdge, kSquare = Tile<T>::kSquare;
+  using L = ::numbra::Lanes128<T>;
+  constexpr int kEdge = kTileEdge<T>, kSquare = L::kCount;
   alignas(16) T buffer[kEdge * kEdge];
   for (int i = 0; i < kEdge; i += kSquare) {
     for (int j = 0; j < kEdge; j += kSquare) {
@@ -76,7 +61,8 @@ void transpose_tile(const T* a, std::ptrdiff_t lda, T* b, std::ptrdiff_t ldb, bo
   }
   for (int j = 0; j < kEdge; ++j) {
     for (int i = 0; i < kEdge; i += kSquare) {
-      store_row_piece(b + j * ldb + i, load_piece(buffer + j * kEdge + i), streaming);
+      const auto piece = L::load(buffer + j * kEdge + i);
+      streaming ? L::stream(b + j * ldb + i, piece) : L::store(b + j * ldb + i, piece);
     }
   }
 }
@@ -95,14 +81,18 @@ void copy_transposed(int i0, int i1, int j0, int j1, std::ptrdiff_t lda, const T
 
 template <typename T>
 void transposeMatrix(int m, int n, int lda, const T* a, int ldb, T* b) {
-  constexpr int kEdge = Tile<T>::kEdge;
+  using L = ::numbra::Lanes128<T>;
+  constexpr int kEdge = kTileEdge<T>;
   const int m_full = m / kEdge * kEdge;
   const int n_full = n / kEdge * kEdge;
+  // A destination as large as the element loops stream does not stay in the
+  // caches either: its rows go out with streaming stores, which do not read
+  // the lines first.
   const bool streaming =
       m_full > 0 && n_full > 0 &&
-      static_cast<unsigned long>(n_full) * m_full * sizeof(T) >= kStreamingDestinationBytes &&
-      reinterpret_cast<std::uintptr_t>(b) % 16 == 0 &&
-      static_cast<std::size_t>(ldb) * sizeof(T) % 16 == 0;
+      static_cast<unsigned long>(n_full) * m_full * sizeof(T) >= ::numbra::kStreamingOutputBytes &&
+      reinterpret_cast<std::uintptr_t>(b) % L::kAlignment == 0 &&
+      static_cast<std::size_t>(ldb) * sizeof(T) % L::kAlignment == 0;
   for (int jt = 0; jt < n_full; jt += kEdge) {
     for (int it = 0; it < m_full; it += kEdge) {
       transpose_tile(a + std::ptrdiff_t(it) * lda + jt, lda, b + std::ptrdiff_t(jt) * ldb + it, ldb,

@@ -49,7 +49,7 @@ struct NonzeroLanes128 {
 // row[base + t]. The tests of 64 elements are gathered into one mask first,
 // so that the branches follow the stored elements rather than every group.
 // Vector steps load only whole groups inside the row. The walk asks for the
-// row a few pages ahead, so that memory keeps streaming while the stored
+// row a page ahead, so that memory keeps streaming while the stored
 // elements are handled.
 template <typename Lanes, typename Emit>
 void scan_row(const float* row, int n, Emit emit) {

@@ -101,6 +101,13 @@ void expect_stays_inside_operands(const std::vector<VectorOperator<T>>& ops) {
   }
 }
 
+// Both of the above: every placement, and against guard pages.
+template <typename T>
+void expect_definition_everywhere(const std::vector<VectorOperator<T>>& ops) {
+  expect_ascending_loop_on_every_placement(ops);
+  expect_stays_inside_operands(ops);
+}
+
 // Operands long enough for the loops that stream from memory: past 1 MiB
 // the inputs are asked for ahead, and a disjoint output of 16 MiB or more is
 // stored around the caches, here from one element past a 16-byte boundary.
