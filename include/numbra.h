@@ -1,17 +1,18 @@
-// libnumbra_mac_x86: numeric kernels for neural-network runtimes on x86 with
-// AVX. The whole public interface of the library.
-//
-// Conventions shared by every function:
-//  - The caller owns every buffer; nothing is validated and nothing is
-//    reported. Functions return void or the value they compute.
-//  - Dense matrices are row-major: element (i, j) is p[i * ld + j].
-//  - Entry points in ZETL::numbra are templates whose float and double
-//    instantiations are exported; kernels have plain C names.
-//  - ISA_t chooses the instruction set of a dispatching float entry point. The
-//    library never queries the processor: ISA_FMA on a processor without FMA
-//    and AVX2 faults. Any value other than ISA_AVX and ISA_FMA does no work.
-//  - IMP_t is accepted and never read. nthreads is read only by the GEMM
-//    workspace sizing functions.
+/// @file numbra.h
+/// @brief libnumbra_mac_x86: numeric kernels for neural-network runtimes on x86
+/// with AVX. The whole public interface of the library.
+///
+/// Conventions shared by every function:
+///  - The caller owns every buffer; nothing is validated and nothing is
+///    reported. Functions return void or the value they compute.
+///  - Dense matrices are row-major: element (i, j) is p[i * ld + j].
+///  - Entry points in ZETL::numbra are templates whose float and double
+///    instantiations are exported; kernels have plain C names.
+///  - ISA_t chooses the instruction set of a dispatching float entry point. The
+///    library never queries the processor: ISA_FMA on a processor without FMA
+///    and AVX2 faults. Any value other than ISA_AVX and ISA_FMA does no work.
+///  - IMP_t is accepted and never read. nthreads is read only by the GEMM
+///    workspace sizing functions.
 #ifndef NUMBRA_H
 #define NUMBRA_H
 
