@@ -10,7 +10,7 @@
 #   bench/report.sh [--build-dir DIR] [--skip-build] [--benchmark-filter REGEX]
 #   bench/report.sh [--build-dir DIR] --publish
 #
-# Run as root on Debian it installs what it lacks (gnuplot, python3-sklearn
+# Run as root on Debian it installs what it lacks (gnuplot, python3-sklearn, zlib
 # and the peer libraries) first; elsewhere it goes on without them and says
 # what it skips. --skip-build uses the programs already built in the build
 # directory (the `report` target of the build passes it). --benchmark-filter
@@ -62,10 +62,11 @@ fi
 mkdir -p "$out" "$raw"
 
 # --- What the report needs beyond the build: gnuplot, scikit-learn for the
-# digits and their peer, and the peer libraries, which only count if they are
-# there before the build.
+# digits and their peer, and the peer libraries and zlib (with which the
+# example reads the digits), which only count if they are there before the
+# build.
 wanted=(gnuplot-nox python3-sklearn)
-((skip_build)) || wanted+=(libopenblas-dev libblis-dev libeigen3-dev)
+((skip_build)) || wanted+=(libopenblas-dev libblis-dev libeigen3-dev zlib1g-dev)
 missing=()
 if command -v dpkg-query > /dev/null; then
   for p in "${wanted[@]}"; do
