@@ -119,6 +119,12 @@ void register_form(const std::string& op, const std::string& size, long m, long 
                      blis_sgemm(m, n, k, form.a_transposed, form.b_transposed, a, b, c);
                    });
 #endif
+#ifdef NUMBRA_BENCH_ONEDNN
+  register_product(op, "onednn", size, m, n, k,
+                   [=](const float* a, const float* b, float* c, float*) {
+                     onednn_sgemm(m, n, k, form.a_transposed, form.b_transposed, a, b, c);
+                   });
+#endif
 #ifdef NUMBRA_BENCH_EIGEN
   register_product(op, "eigen", size, m, n, k,
                    [=](const float* a, const float* b, float* c, float*) {
@@ -148,7 +154,19 @@ void register_transpose(long size) {
 }  // namespace
 
 int main(int argc, char** argv) {
+#ifdef NUMBRA_BENCH_BLIS
+  blis_use_haswell_kernels();
+#endif
   numbra_bench::pin_peer_blas(argv);
+#ifdef NUMBRA_BENCH_BLIS
+  benchmark::AddCustomContext("blis", blis_kernel_name());
+#endif
+#ifdef NUMBRA_BENCH_ONEDNN
+  benchmark::AddCustomContext("onednn", onednn_kernel_name());
+#endif
+#ifdef NUMBRA_BENCH_EIGEN
+  benchmark::AddCustomContext("eigen", "general matrix product, 8-lane AVX2 with FMA");
+#endif
   register_peaks();
   for (const long size : {64, 128, 256, 512, 768, 1024, 1536, 2048}) {
     register_form("sgemm_nn", std::to_string(size), size, size, size, kNN);

@@ -1,6 +1,28 @@
 #include <blis.h>
 
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
 #include "gemm_peers.h"
+
+// BLIS picks its sub-configuration once, at its first initialisation, from
+// the processor or from BLIS_ARCH_TYPE, the numeric id that bli_arch_string
+// names. On processors it does not know it falls back to generic C kernels,
+// so the comparison names the haswell one (8-lane AVX2 with FMA) explicitly.
+void blis_use_haswell_kernels() {
+  for (int id = 0; id < BLIS_NUM_ARCHS; ++id) {
+    if (std::strcmp(bli_arch_string(static_cast<arch_t>(id)), "haswell") == 0) {
+      setenv("BLIS_ARCH_TYPE", std::to_string(id).c_str(), 1);
+      return;
+    }
+  }
+}
+
+const char* blis_kernel_name() {
+  bli_init();
+  return bli_arch_string(bli_arch_query_id());
+}
 
 void blis_sgemm(long m, long n, long k, bool a_transposed, bool b_transposed, const float* a,
                 const float* b, float* c) {

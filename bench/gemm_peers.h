@@ -5,7 +5,10 @@
 #ifndef NUMBRA_BENCH_GEMM_PEERS_H
 #define NUMBRA_BENCH_GEMM_PEERS_H
 
-// BLIS through its own typed interface, on one thread.
+// BLIS through its own typed interface, on one thread, on its haswell
+// kernels: blis_use_haswell_kernels() must run before BLIS's first call.
+void blis_use_haswell_kernels();
+const char* blis_kernel_name();
 void blis_sgemm(long m, long n, long k, bool a_transposed, bool b_transposed, const float* a,
                 const float* b, float* c);
 
@@ -13,5 +16,11 @@ void blis_sgemm(long m, long n, long k, bool a_transposed, bool b_transposed, co
 // FMA kernels.
 void eigen_sgemm(long m, long n, long k, bool a_transposed, bool b_transposed, const float* a,
                  const float* b, float* c);
+
+// oneDNN's sgemm, limited to AVX2, on one thread (the benchmark's
+// environment sets OMP_NUM_THREADS).
+const char* onednn_kernel_name();
+void onednn_sgemm(long m, long n, long k, bool a_transposed, bool b_transposed, const float* a,
+                  const float* b, float* c);
 
 #endif  // NUMBRA_BENCH_GEMM_PEERS_H
