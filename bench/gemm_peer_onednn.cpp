@@ -25,10 +25,9 @@ const char* onednn_kernel_name() {
   }
 }
 
-void onednn_sgemm(long m, long n, long k, bool a_transposed, bool b_transposed, const float* a,
-                  const float* b, float* c) {
+void onednn_sgemm(const PeerProduct& p, const float* a, const float* b, float* c) {
   limit_to_avx2();
   // Row-major: the row stride is the stored width.
-  dnnl_sgemm(a_transposed ? 'T' : 'N', b_transposed ? 'T' : 'N', m, n, k, 1.0f, a,
-             a_transposed ? m : k, b, b_transposed ? k : n, 0.0f, c, n);
+  dnnl_sgemm(p.a_transposed ? 'T' : 'N', p.b_transposed ? 'T' : 'N', p.m, p.n, p.k, p.alpha, a,
+             p.a_transposed ? p.m : p.k, b, p.b_transposed ? p.k : p.n, p.beta, c, p.n);
 }

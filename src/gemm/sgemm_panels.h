@@ -1,0 +1,197 @@
+// The panel schedule of the single-precision GEMM, C = alpha * A * B +
+// beta * C for row-major A (m by k) and B (k by n). Included by the
+// per-instruction-set sources only (AVX).
+//
+// Every element of C is the plain chain of its products over ascending depth
+// from +0, then the write-back rule: that is all a caller can see of a
+// schedule, since a partial sum stored to float memory and loaded back is
+// exact, and C is written once per element, after its whole depth. So the
+// work is ordered for the caches here:
+//  - B is packed once per column panel (256 columns) and depth run, into
+//    slivers of 16 columns, by the first strip of rows that uses it; A is
+//    never packed, the kernels broadcast straight from its rows.
+//  - Up to kRegisterDepth the whole depth stays in registers and the sums go
+//    straight to C. Deeper products run in equal depth runs of at most
+//    kRunDepth: sums between runs wait in the workspace, one 6 by 16 tile
+//    per strip and sliver of a group of rows, and the last run writes C.
+//  - Rows go in strips of 6 (a last strip of 1 to 5 reads only real rows),
+//    columns in slivers of 16 (a short last sliver packs zeros behind its
+//    real columns, which are never written).
+// Row i of C starts at c + (i / 336) * 336 * ldc + (i % 336) * n; strips of 6
+// start at multiples of 6 and so never straddle two blocks of 336 rows.
+#ifndef NUMBRA_GEMM_SGEMM_PANELS_H
+#define NUMBRA_GEMM_SGEMM_PANELS_H
+
+#include <immintrin.h>
+
+#include <algorithm>
+#include <cstddef>
+
+#include "gemm/sgemm_blend.h"
+#include "gemm/sgemm_kernel_rx16.h"
+#include "gemm/sgemm_tiles.h"
+
+namespace numbra {
+namespace gemm {
+namespace {
+
+constexpr int kRegisterDepth = 1024;
+constexpr int kRunDepth = 512;
+constexpr int kPanelWidth = 256;
+constexpr int kPanelFloats = 65536;
+constexpr int kWorkspaceFloats = 3 * kRegionFloats;
+constexpr int kTileFloats = kStripRows * kSliverWidth;
+
+// The depth cut into `count` equal runs (the last may be shorter).
+struct DepthRuns {
+  int count, length;
+  explicit DepthRuns(int k) {
+    count = k <= kRegisterDepth ? 1 : (k + kRunDepth - 1) / kRunDepth;
+    length = count == 1 ? std::max(k, 0) : (k + count - 1) / count;
+  }
+};
+
+// Writes an R by `width` tile of sums to C rows ldc apart by the rule B;
+// columns at and beyond `width` are neither read nor written.
+template <Blend B, int R>
+[[gnu::always_inline]] inline void write_back(const SumTile<R>& t, float* c, std::ptrdiff_t ldc,
+                                              int width, __m256 alpha, __m256 beta) {
+  if (width == kSliverWidth) {
+#pragma GCC unroll 6
+    for (int r = 0; r < R; ++r) {
+      float* row = c + r * ldc;
+      const __m256 old_lo = reads_c(B) ? _mm256_loadu_ps(row) : __m256{};
+      const __m256 old_hi = reads_c(B) ? _mm256_loadu_ps(row + 8) : __m256{};
+      _mm256_storeu_ps(row, blend<B>(t.lo[r], old_lo, alpha, beta));
+      _mm256_storeu_ps(row + 8, blend<B>(t.hi[r], old_hi, alpha, beta));
+    }
+  } else {
+    const __m256i mask_lo = lanes_below(width), mask_hi = lanes_below(width - 8);
+#pragma GCC unroll 6
+    for (int r = 0; r < R; ++r) {
+      float* row = c + r * ldc;
+      const __m256 old_lo = reads_c(B) ? _mm256_maskload_ps(row, mask_lo) : __m256{};
+      const __m256 old_hi = reads_c(B) ? _mm256_maskload_ps(row + 8, mask_hi) : __m256{};
+      _mm256_maskstore_ps(row, mask_lo, blend<B>(t.lo[r], old_lo, alpha, beta));
+      _mm256_maskstore_ps(row + 8, mask_hi, blend<B>(t.hi[r], old_hi, alpha, beta));
+    }
+  }
+}
+
+struct PanelProblem {
+  const float* a;
+  std::ptrdiff_t lda;
+  const float* b;
+  std::ptrdiff_t ldb;
+  float* c;
+  std::ptrdiff_t ldc;  // the stride between blocks of 336 rows
+  int n, k;
+  __m256 alpha, beta;
+};
+
+// One strip of R rows from row i against one panel (columns j0 to j0 + width)
+// and one depth run [l0, l0 + depth) of run index `run` among `runs`. The
+// strip packs the panel's slivers when `packs` is set.
+template <class MulAdd, Blend B, int R>
+void strip_times_panel(const PanelProblem& p, int i, int j0, int width, int l0, int depth, int run,
+                       int runs, bool packs, float* panel, float* partial) {
+  // Without depth, A and B are not read at all (and may be null).
+  const float* a = depth > 0 ? p.a + i * p.lda + l0 : nullptr;
+  float* c = p.c + std::ptrdiff_t(i / kBlockEdge) * kBlockEdge * p.ldc +
+             std::ptrdiff_t(i % kBlockEdge) * p.n + j0;
+  const int slivers = (width + kSliverWidth - 1) / kSliverWidth;
+  for (int s = 0; s < slivers; ++s) {
+    const int j = s * kSliverWidth;
+    const int columns = std::min(kSliverWidth, width - j);
+    float* sliver = panel + std::ptrdiff_t(s) * depth * kSliverWidth;
+    float* sums = partial + s * kTileFloats;
+    // Sliver s asks for rows s and s + slivers of the next strip, at this
+    // run's depth; with fewer than 3 slivers part of it comes unasked.
+    const float* const ahead[2] = {a + (kStripRows + s % kStripRows) * p.lda,
+                                   a + (kStripRows + (s + slivers) % kStripRows) * p.lda};
+    SumTile<R> t;
+    if (run == 0) {
+      clear(t);
+    } else {
+      load(t, sums);
+    }
+    if (!packs) {
+      multiply<R, MulAdd>(t, a, p.lda, depth, PackedSliver{sliver}, ahead);
+    } else {
+      const float* b = p.b + l0 * p.ldb + j0 + j;
+      if (columns == kSliverWidth) {
+        multiply<R, MulAdd>(t, a, p.lda, depth, PackingSliver<true>{b, p.ldb, sliver, {}, {}},
+                            ahead);
+      } else {
+        multiply<R, MulAdd>(
+            t, a, p.lda, depth,
+            PackingSliver<false>{b, p.ldb, sliver, lanes_below(columns), lanes_below(columns - 8)},
+            ahead);
+      }
+    }
+    if (run + 1 < runs) {
+      store(t, sums);
+    } else {
+      write_back<B>(t, c + j, p.n, columns, p.alpha, p.beta);
+    }
+  }
+}
+
+template <class MulAdd, Blend B>
+void sgemm_nn_panels(int m, const PanelProblem& p, float* ws) {
+  const DepthRuns runs(p.k);
+  const int panel_width = std::max(
+      kSliverWidth,
+      std::min(kPanelWidth, kPanelFloats / std::max(runs.length, 1) / kSliverWidth * kSliverWidth));
+  float* panel = ws;
+  float* partial = ws + runs.length * panel_width;
+  const int group_rows = runs.count == 1
+                             ? m
+                             : (kWorkspaceFloats - runs.length * panel_width) /
+                                   (panel_width / kSliverWidth * kTileFloats) * kStripRows;
+  for (int g0 = 0; g0 < m; g0 += group_rows) {
+    const int g1 = std::min(m, g0 + group_rows);
+    for (int j0 = 0; j0 < p.n; j0 += panel_width) {
+      const int width = std::min(panel_width, p.n - j0);
+      const int slivers = (width + kSliverWidth - 1) / kSliverWidth;
+      for (int run = 0; run < runs.count; ++run) {
+        const int l0 = run * runs.length;
+        const int depth = std::min(runs.length, p.k - l0);
+        for (int i = g0; i < g1; i += kStripRows) {
+          const bool packs = i == g0 && depth > 0;
+          float* sums = partial + std::ptrdiff_t((i - g0) / kStripRows) * slivers * kTileFloats;
+          auto strip = [&](auto rows) {
+            strip_times_panel<MulAdd, B, decltype(rows)::value>(p, i, j0, width, l0, depth, run,
+                                                                runs.count, packs, panel, sums);
+          };
+          switch (std::min(kStripRows, g1 - i)) {
+            case 6:
+              strip(std::integral_constant<int, 6>{});
+              break;
+            case 5:
+              strip(std::integral_constant<int, 5>{});
+              break;
+            case 4:
+              strip(std::integral_constant<int, 4>{});
+              break;
+            case 3:
+              strip(std::integral_constant<int, 3>{});
+              break;
+            case 2:
+              strip(std::integral_constant<int, 2>{});
+              break;
+            default:
+              strip(std::integral_constant<int, 1>{});
+              break;
+          }
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace gemm
+}  // namespace numbra
+
+#endif  // NUMBRA_GEMM_SGEMM_PANELS_H
