@@ -52,10 +52,14 @@ struct DepthRuns {
 };
 
 // Writes an R by `width` tile of sums to C rows ldc apart by the rule B;
-// columns at and beyond `width` are neither read nor written.
+// columns at and beyond `width` are neither read nor written. alpha and beta
+// (scales[0] and [1]) are loaded here, after the depth loop: kept in
+// registers across it they would push accumulators out of theirs.
 template <Blend B, int R>
 [[gnu::always_inline]] inline void write_back(const SumTile<R>& t, float* c, std::ptrdiff_t ldc,
-                                              int width, __m256 alpha, __m256 beta) {
+                                              int width, const float* scales) {
+  asm volatile("" : : "r"(scales) : "memory");
+  const __m256 alpha = _mm256_broadcast_ss(scales), beta = _mm256_broadcast_ss(scales + 1);
   if (width == kSliverWidth) {
 #pragma GCC unroll 6
     for (int r = 0; r < R; ++r) {
@@ -86,7 +90,7 @@ struct PanelProblem {
   float* c;
   std::ptrdiff_t ldc;  // the stride between blocks of 336 rows
   int n, k;
-  __m256 alpha, beta;
+  const float* scales;  // alpha, beta
 };
 
 // One strip of R rows from row i against one panel (columns j0 to j0 + width)
@@ -132,7 +136,7 @@ void strip_times_panel(const PanelProblem& p, int i, int j0, int width, int l0, 
     if (run + 1 < runs) {
       store(t, sums);
     } else {
-      write_back<B>(t, c + j, p.n, columns, p.alpha, p.beta);
+      write_back<B>(t, c + j, p.n, columns, p.scales);
     }
   }
 }

@@ -57,8 +57,8 @@ void sgemm_nn(int m, int n, int k, float alpha, float* a, int lda, float* b, int
     sgemm_nn_blocks<MulAdd>(m, n, k, alpha, a, lda, b, ldb, ws, beta, c, ldc);
     return;
   }
-  const PanelProblem problem{
-      a, lda, b, ldb, c, ldc, n, k, _mm256_set1_ps(alpha), _mm256_set1_ps(beta)};
+  const float scales[2] = {alpha, beta};
+  const PanelProblem problem{a, lda, b, ldb, c, ldc, n, k, scales};
   with_blend(choose_blend(alpha, beta),
              [&](auto rule) { sgemm_nn_panels<MulAdd, decltype(rule)::value>(m, problem, ws); });
 }
