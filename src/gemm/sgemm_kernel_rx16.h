@@ -19,7 +19,7 @@ namespace {
 
 constexpr int kSliverWidth = 16;
 constexpr int kStripRows = 6;
-constexpr int kPackAhead = 8;    // rows of B asked for ahead while packing
+constexpr int kPackAhead = 32;   // rows of B asked for ahead while packing
 constexpr int kLineFloats = 16;  // one cache line
 
 // The sums of an R by 16 tile of C: row r, columns 0-7 in lo[r], 8-15 in

@@ -36,7 +36,7 @@ namespace gemm {
 namespace {
 
 constexpr int kRegisterDepth = 1024;
-constexpr int kRunDepth = 512;
+constexpr int kRunDepth = 1024;
 constexpr int kPanelWidth = 256;
 constexpr int kPanelFloats = 65536;
 constexpr int kWorkspaceFloats = 3 * kRegionFloats;
