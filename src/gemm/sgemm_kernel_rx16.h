@@ -106,46 +106,49 @@ struct PackingSliver {
 // the unfused step needs all 16 vector registers (12 sums, 2 of B, the
 // broadcast and the product), which the compiler does not manage without
 // spilling sums. The sums come in from the tile in memory and go back there
-// (12 loads and stores a call, against 12 steps for every depth step). One depth step, for either step form:
+// (12 loads and stores a call, against 12 steps for every depth step). One depth step, for either
+// step form:
 //   b_lo, b_hi = B[l][0..7], B[l][8..15];  for each row r:
 //   x = A[r][l] broadcast; sum_lo[r] = STEP(sum_lo[r], b_lo, x); same for hi.
 // A's rows are addressed from row 0 and row 3 with lda in bytes.
 #define NUMBRA_FUSED_STEP(b, x, sum) "vfmadd231ps " b ", " x ", " sum "\n\t"
 #define NUMBRA_SEPARATE_STEP(b, x, sum) \
-  "vmulps " b ", " x ", %%ymm15\n\t"    \
+  "vmulps " b ", " x                    \
+  ", %%ymm15\n\t"                       \
   "vaddps %%ymm15, " sum ", " sum "\n\t"
-#define NUMBRA_ROW_STEP(STEP, j, row, lo, hi)              \
-  "vbroadcastss 4*" #j row ", %%ymm14\n\t"                 \
-  STEP("%%ymm12", "%%ymm14", lo) STEP("%%ymm13", "%%ymm14", hi)
-#define NUMBRA_DEPTH_STEP(STEP, j)                                   \
-  "vmovups 64*" #j "(%[b]), %%ymm12\n\t"                             \
-  "vmovups 64*" #j "+32(%[b]), %%ymm13\n\t"                          \
-  NUMBRA_ROW_STEP(STEP, j, "(%[a0])", "%%ymm0", "%%ymm6")            \
-  NUMBRA_ROW_STEP(STEP, j, "(%[a0],%[lda],1)", "%%ymm1", "%%ymm7")   \
-  NUMBRA_ROW_STEP(STEP, j, "(%[a0],%[lda],2)", "%%ymm2", "%%ymm8")   \
-  NUMBRA_ROW_STEP(STEP, j, "(%[a3])", "%%ymm3", "%%ymm9")            \
-  NUMBRA_ROW_STEP(STEP, j, "(%[a3],%[lda],1)", "%%ymm4", "%%ymm10")  \
-  NUMBRA_ROW_STEP(STEP, j, "(%[a3],%[lda],2)", "%%ymm5", "%%ymm11")
+#define NUMBRA_ROW_STEP(STEP, j, row, lo, hi)                             \
+  "vbroadcastss 4*" #j row ", %%ymm14\n\t" STEP("%%ymm12", "%%ymm14", lo) \
+      STEP("%%ymm13", "%%ymm14", hi)
+#define NUMBRA_DEPTH_STEP(STEP, j)                                                  \
+  "vmovups 64*" #j                                                                  \
+  "(%[b]), %%ymm12\n\t"                                                             \
+  "vmovups 64*" #j                                                                  \
+  "+32(%[b]), %%ymm13\n\t" NUMBRA_ROW_STEP(STEP, j, "(%[a0])", "%%ymm0", "%%ymm6")  \
+      NUMBRA_ROW_STEP(STEP, j, "(%[a0],%[lda],1)", "%%ymm1", "%%ymm7")              \
+          NUMBRA_ROW_STEP(STEP, j, "(%[a0],%[lda],2)", "%%ymm2", "%%ymm8")          \
+              NUMBRA_ROW_STEP(STEP, j, "(%[a3])", "%%ymm3", "%%ymm9")               \
+                  NUMBRA_ROW_STEP(STEP, j, "(%[a3],%[lda],1)", "%%ymm4", "%%ymm10") \
+                      NUMBRA_ROW_STEP(STEP, j, "(%[a3],%[lda],2)", "%%ymm5", "%%ymm11")
 // The tile's sums: lo[0..5] at bytes 0-191 in ymm0-5, hi[0..5] at 192-383
 // in ymm6-11.
-#define NUMBRA_6X16_LOAD_SUMS                                                      \
-  "vmovups 0(%[t]), %%ymm0\n\t vmovups 32(%[t]), %%ymm1\n\t"                      \
-  "vmovups 64(%[t]), %%ymm2\n\t vmovups 96(%[t]), %%ymm3\n\t"                     \
-  "vmovups 128(%[t]), %%ymm4\n\t vmovups 160(%[t]), %%ymm5\n\t"                  \
-  "vmovups 192(%[t]), %%ymm6\n\t vmovups 224(%[t]), %%ymm7\n\t"                  \
-  "vmovups 256(%[t]), %%ymm8\n\t vmovups 288(%[t]), %%ymm9\n\t"                  \
+#define NUMBRA_6X16_LOAD_SUMS                                   \
+  "vmovups 0(%[t]), %%ymm0\n\t vmovups 32(%[t]), %%ymm1\n\t"    \
+  "vmovups 64(%[t]), %%ymm2\n\t vmovups 96(%[t]), %%ymm3\n\t"   \
+  "vmovups 128(%[t]), %%ymm4\n\t vmovups 160(%[t]), %%ymm5\n\t" \
+  "vmovups 192(%[t]), %%ymm6\n\t vmovups 224(%[t]), %%ymm7\n\t" \
+  "vmovups 256(%[t]), %%ymm8\n\t vmovups 288(%[t]), %%ymm9\n\t" \
   "vmovups 320(%[t]), %%ymm10\n\t vmovups 352(%[t]), %%ymm11\n\t"
-#define NUMBRA_6X16_STORE_SUMS                                                     \
-  "vmovups %%ymm0, 0(%[t])\n\t vmovups %%ymm1, 32(%[t])\n\t"                      \
-  "vmovups %%ymm2, 64(%[t])\n\t vmovups %%ymm3, 96(%[t])\n\t"                     \
-  "vmovups %%ymm4, 128(%[t])\n\t vmovups %%ymm5, 160(%[t])\n\t"                  \
-  "vmovups %%ymm6, 192(%[t])\n\t vmovups %%ymm7, 224(%[t])\n\t"                  \
-  "vmovups %%ymm8, 256(%[t])\n\t vmovups %%ymm9, 288(%[t])\n\t"                  \
+#define NUMBRA_6X16_STORE_SUMS                                  \
+  "vmovups %%ymm0, 0(%[t])\n\t vmovups %%ymm1, 32(%[t])\n\t"    \
+  "vmovups %%ymm2, 64(%[t])\n\t vmovups %%ymm3, 96(%[t])\n\t"   \
+  "vmovups %%ymm4, 128(%[t])\n\t vmovups %%ymm5, 160(%[t])\n\t" \
+  "vmovups %%ymm6, 192(%[t])\n\t vmovups %%ymm7, 224(%[t])\n\t" \
+  "vmovups %%ymm8, 256(%[t])\n\t vmovups %%ymm9, 288(%[t])\n\t" \
   "vmovups %%ymm10, 320(%[t])\n\t vmovups %%ymm11, 352(%[t])\n\t"
 // Runs of 16 steps, each asking for one line of both rows ahead, then
 // single steps.
-#define NUMBRA_6X16_LOOP(STEP)                                                       \
-  NUMBRA_6X16_LOAD_SUMS                                                              \
+#define NUMBRA_6X16_LOOP(STEP) \
+  NUMBRA_6X16_LOAD_SUMS        \
   "test %[runs], %[runs]\n\t"                                                        \
   "jz 2f\n\t"                                                                        \
   "1:\n\t"                                                                           \
@@ -176,7 +179,7 @@ struct PackingSliver {
   "jnz 3b\n\t"                                                                       \
   "4:\n\t"                                                                           \
   NUMBRA_6X16_STORE_SUMS
-#define NUMBRA_6X16_OPERANDS                                                            \
+#define NUMBRA_6X16_OPERANDS                                                                 \
   : [a0] "+r"(a0), [a3] "+r"(a3), [b] "+r"(b), [ahead0] "+r"(ahead0), [ahead1] "+r"(ahead1), \
     [runs] "+r"(runs), [rest] "+r"(rest)                                                   \
   : [lda] "r"(lda_bytes), [t] "r"(&t)                                                      \
@@ -185,8 +188,7 @@ struct PackingSliver {
 
 template <class MulAdd>
 [[gnu::always_inline]] inline void multiply_6x16_packed(SumTile<kStripRows>& t, const float* a,
-                                                        std::ptrdiff_t lda, int k,
-                                                        const float* b,
+                                                        std::ptrdiff_t lda, int k, const float* b,
                                                         const float* const ahead[2]) {
   const std::ptrdiff_t lda_bytes = lda * std::ptrdiff_t(sizeof(float));
   const float* a0 = a;

@@ -91,16 +91,59 @@ struct PanelProblem {
   std::ptrdiff_t ldc;  // the stride between blocks of 336 rows
   int n, k;
   const float* scales;  // alpha, beta
+  bool copies_a;        // whether strips of A are copied before use
 };
+
+// Whether three or more of a strip's rows of A fall into the same set of the
+// first-level cache (64 sets of 64-byte lines), as they do for strides of a
+// multiple of 512 floats: the kernel reads its rows side by side, and they
+// would push each other out.
+inline bool rows_share_cache_sets(std::ptrdiff_t lda) {
+  constexpr int kSets = 64, kLineBytes = 64;
+  int rows_in_set[kSets] = {};
+  std::ptrdiff_t previous_line = -1;
+  for (int r = 0; r < kStripRows; ++r) {
+    // Rows within one line (strides below 16 floats) cost nothing.
+    const std::ptrdiff_t line = r * lda * std::ptrdiff_t(sizeof(float)) / kLineBytes;
+    if (line == previous_line) continue;
+    previous_line = line;
+    if (++rows_in_set[((line % kSets) + kSets) % kSets] >= 3) return true;
+  }
+  return false;
+}
+
+// Rows of a copied strip lie an odd number of cache lines apart, so that no
+// two of the six share a set.
+constexpr int copied_stride(int depth) {
+  return ((depth + kLineFloats - 1) / kLineFloats | 1) * kLineFloats;
+}
+constexpr int kCopiedStripFloats = kStripRows * copied_stride(kRegisterDepth);
+
+// Copies R rows of `depth` floats, lda apart, to rows `stride` apart.
+template <int R>
+void copy_strip(const float* a, std::ptrdiff_t lda, int depth, float* to, int stride) {
+  for (int r = 0; r < R; ++r, a += lda, to += stride) {
+    int l = 0;
+    for (; l + 8 <= depth; l += 8) _mm256_storeu_ps(to + l, _mm256_loadu_ps(a + l));
+    for (; l < depth; ++l) to[l] = a[l];
+  }
+}
 
 // One strip of R rows from row i against one panel (columns j0 to j0 + width)
 // and one depth run [l0, l0 + depth) of run index `run` among `runs`. The
 // strip packs the panel's slivers when `packs` is set.
 template <class MulAdd, Blend B, int R>
 void strip_times_panel(const PanelProblem& p, int i, int j0, int width, int l0, int depth, int run,
-                       int runs, bool packs, float* panel, float* partial) {
+                       int runs, bool packs, float* panel, float* partial, float* copied) {
   // Without depth, A and B are not read at all (and may be null).
   const float* a = depth > 0 ? p.a + i * p.lda + l0 : nullptr;
+  const float* a_rows = a;
+  std::ptrdiff_t a_stride = p.lda;
+  if (p.copies_a && depth > 0) {
+    a_stride = copied_stride(depth);
+    copy_strip<R>(a, p.lda, depth, copied, a_stride);
+    a_rows = copied;
+  }
   float* c = p.c + std::ptrdiff_t(i / kBlockEdge) * kBlockEdge * p.ldc +
              std::ptrdiff_t(i % kBlockEdge) * p.n + j0;
   const int slivers = (width + kSliverWidth - 1) / kSliverWidth;
@@ -111,8 +154,9 @@ void strip_times_panel(const PanelProblem& p, int i, int j0, int width, int l0, 
     float* sums = partial + s * kTileFloats;
     // Sliver s asks for rows s and s + slivers of the next strip, at this
     // run's depth; with fewer than 3 slivers part of it comes unasked.
-    const float* const ahead[2] = {a + (kStripRows + s % kStripRows) * p.lda,
-                                   a + (kStripRows + (s + slivers) % kStripRows) * p.lda};
+    const float* const ahead[2] = {
+        depth > 0 ? a + (kStripRows + s % kStripRows) * p.lda : nullptr,
+        depth > 0 ? a + (kStripRows + (s + slivers) % kStripRows) * p.lda : nullptr};
     SumTile<R> t;
     if (run == 0) {
       clear(t);
@@ -120,15 +164,15 @@ void strip_times_panel(const PanelProblem& p, int i, int j0, int width, int l0, 
       load(t, sums);
     }
     if (!packs) {
-      multiply<R, MulAdd>(t, a, p.lda, depth, PackedSliver{sliver}, ahead);
+      multiply<R, MulAdd>(t, a_rows, a_stride, depth, PackedSliver{sliver}, ahead);
     } else {
       const float* b = p.b + l0 * p.ldb + j0 + j;
       if (columns == kSliverWidth) {
-        multiply<R, MulAdd>(t, a, p.lda, depth, PackingSliver<true>{b, p.ldb, sliver, {}, {}},
-                            ahead);
+        multiply<R, MulAdd>(t, a_rows, a_stride, depth,
+                            PackingSliver<true>{b, p.ldb, sliver, {}, {}}, ahead);
       } else {
         multiply<R, MulAdd>(
-            t, a, p.lda, depth,
+            t, a_rows, a_stride, depth,
             PackingSliver<false>{b, p.ldb, sliver, lanes_below(columns), lanes_below(columns - 8)},
             ahead);
       }
@@ -147,11 +191,13 @@ void sgemm_nn_panels(int m, const PanelProblem& p, float* ws) {
   const int panel_width = std::max(
       kSliverWidth,
       std::min(kPanelWidth, kPanelFloats / std::max(runs.length, 1) / kSliverWidth * kSliverWidth));
-  float* panel = ws;
-  float* partial = ws + runs.length * panel_width;
+  // The workspace: a copied strip of A, the packed panel of B, partial sums.
+  float* copied = ws;
+  float* panel = copied + kCopiedStripFloats;
+  float* partial = panel + runs.length * panel_width;
   const int group_rows = runs.count == 1
                              ? m
-                             : (kWorkspaceFloats - runs.length * panel_width) /
+                             : (kWorkspaceFloats - kCopiedStripFloats - runs.length * panel_width) /
                                    (panel_width / kSliverWidth * kTileFloats) * kStripRows;
   for (int g0 = 0; g0 < m; g0 += group_rows) {
     const int g1 = std::min(m, g0 + group_rows);
@@ -165,8 +211,8 @@ void sgemm_nn_panels(int m, const PanelProblem& p, float* ws) {
           const bool packs = i == g0 && depth > 0;
           float* sums = partial + std::ptrdiff_t((i - g0) / kStripRows) * slivers * kTileFloats;
           auto strip = [&](auto rows) {
-            strip_times_panel<MulAdd, B, decltype(rows)::value>(p, i, j0, width, l0, depth, run,
-                                                                runs.count, packs, panel, sums);
+            strip_times_panel<MulAdd, B, decltype(rows)::value>(
+                p, i, j0, width, l0, depth, run, runs.count, packs, panel, sums, copied);
           };
           switch (std::min(kStripRows, g1 - i)) {
             case 6:

@@ -150,6 +150,8 @@ TEST(SgemmDriver, BlocksOf336Rows) {
 TEST(SgemmDriver, StridesOfAAndB) {
   DriverTester().shape(60, 50, 70).extra_strides(5, 3).test();
   DriverTester().shape(400, 30, 20).extra_strides(1, 7).test();
+  // Rows of A 512 floats apart share cache sets and are copied before use.
+  DriverTester().shape(29, 40, 100).extra_strides(412, 0).test();
 }
 
 TEST(SgemmDriver, ScalesNearTheirThresholds) {
