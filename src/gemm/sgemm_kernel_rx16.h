@@ -1,8 +1,7 @@
 // The register micro-kernel of the panel schedule: R rows (1 to 6) by 16
 // columns of C held in 2R accumulators of 8 lanes for a whole run of depth.
-// A is read in place, one broadcast per row and depth step; B comes 16
-// floats a step from a packed sliver, or from its own rows, in which case
-// the kernel also writes the sliver for the strips that follow. Included by
+// A is read one broadcast per row and depth step; B comes 16 floats a step
+// from a packed sliver. Included by
 // the per-instruction-set sources only (AVX); MulAdd is the step acc + b * a,
 // fused or rounded twice.
 #ifndef NUMBRA_GEMM_SGEMM_KERNEL_RX16_H
@@ -19,7 +18,6 @@ namespace {
 
 constexpr int kSliverWidth = 16;
 constexpr int kStripRows = 6;
-constexpr int kPackAhead = 32;   // rows of B asked for ahead while packing
 constexpr int kLineFloats = 16;  // one cache line
 
 // The sums of an R by 16 tile of C: row r, columns 0-7 in lo[r], 8-15 in
@@ -71,33 +69,6 @@ struct PackedSliver {
     lo = _mm256_loadu_ps(b);
     hi = _mm256_loadu_ps(b + 8);
     b += kSliverWidth;
-  }
-};
-
-// B's own rows, ldb apart, copied into the sliver on the way. A short sliver
-// reads only its `width` real columns and packs zeros behind them.
-template <bool kFull>
-struct PackingSliver {
-  const float* b;
-  std::ptrdiff_t ldb;
-  float* sliver;
-  __m256i mask_lo, mask_hi;
-  [[gnu::always_inline]] void next(__m256& lo, __m256& hi) {
-    if constexpr (kFull) {
-      lo = _mm256_loadu_ps(b);
-      hi = _mm256_loadu_ps(b + 8);
-    } else {
-      lo = _mm256_maskload_ps(b, mask_lo);
-      hi = _mm256_maskload_ps(b + 8, mask_hi);
-    }
-    _mm256_storeu_ps(sliver, lo);
-    _mm256_storeu_ps(sliver + 8, hi);
-    // B's rows are far apart: ask for the row a few steps ahead, both
-    // cache lines that its 16 floats may touch.
-    _mm_prefetch(reinterpret_cast<const char*>(b + kPackAhead * ldb), _MM_HINT_T0);
-    _mm_prefetch(reinterpret_cast<const char*>(b + kPackAhead * ldb + 15), _MM_HINT_T0);
-    b += ldb;
-    sliver += kSliverWidth;
   }
 };
 
@@ -221,7 +192,7 @@ template <class MulAdd>
 template <int R, class MulAdd, class Sliver>
 [[gnu::always_inline]] inline void multiply(SumTile<R>& t, const float* a, std::ptrdiff_t lda,
                                             int k, Sliver sliver, const float* const ahead[2]) {
-  if constexpr (R == kStripRows && std::is_same_v<Sliver, PackedSliver>) {
+  if constexpr (R == kStripRows) {
     if (k > 0) multiply_6x16_packed<MulAdd>(t, a, lda, k, sliver.b, ahead);
     return;
   }

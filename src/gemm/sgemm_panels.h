@@ -38,7 +38,12 @@ namespace {
 constexpr int kRegisterDepth = 1024;
 constexpr int kRunDepth = 1024;
 constexpr int kPanelWidth = 256;
+// A panel is read once per strip: for many strips it is sized to stay in the
+// second-level cache; for a few, it may be wider, so that packing reads long
+// pieces of B's rows.
 constexpr int kPanelFloats = 65536;
+constexpr int kFewStripsPanelFloats = 262144;
+constexpr int kFewStrips = 16;
 constexpr int kWorkspaceFloats = 3 * kRegionFloats;
 constexpr int kTileFloats = kStripRows * kSliverWidth;
 
@@ -129,12 +134,38 @@ void copy_strip(const float* a, std::ptrdiff_t lda, int depth, float* to, int st
   }
 }
 
+// Packs `depth` rows of `width` columns of B, ldb apart, into slivers of 16
+// columns, each `depth` rows of 16 floats; a short last sliver gets zeros
+// behind its real columns, which are the only ones read. Rows are read
+// whole, front to back, and asked for a few rows ahead: B's rows may lie far
+// apart.
+inline void pack_panel(const float* b, std::ptrdiff_t ldb, int depth, int width, float* panel) {
+  constexpr int kAhead = 4;
+  const int full = width / kSliverWidth, tail = width % kSliverWidth;
+  const __m256i tail_lo = lanes_below(tail), tail_hi = lanes_below(tail - 8);
+  const std::ptrdiff_t sliver_floats = std::ptrdiff_t(depth) * kSliverWidth;
+  for (int l = 0; l < depth; ++l, b += ldb) {
+    if (l + kAhead < depth) {
+      for (int j = 0; j < width; j += kLineFloats)
+        _mm_prefetch(reinterpret_cast<const char*>(b + kAhead * ldb + j), _MM_HINT_T0);
+    }
+    float* row = panel + l * kSliverWidth;
+    for (int s = 0; s < full; ++s, row += sliver_floats) {
+      _mm256_storeu_ps(row, _mm256_loadu_ps(b + s * kSliverWidth));
+      _mm256_storeu_ps(row + 8, _mm256_loadu_ps(b + s * kSliverWidth + 8));
+    }
+    if (tail > 0) {
+      _mm256_storeu_ps(row, _mm256_maskload_ps(b + full * kSliverWidth, tail_lo));
+      _mm256_storeu_ps(row + 8, _mm256_maskload_ps(b + full * kSliverWidth + 8, tail_hi));
+    }
+  }
+}
+
 // One strip of R rows from row i against one panel (columns j0 to j0 + width)
-// and one depth run [l0, l0 + depth) of run index `run` among `runs`. The
-// strip packs the panel's slivers when `packs` is set.
+// and one depth run [l0, l0 + depth) of run index `run` among `runs`.
 template <class MulAdd, Blend B, int R>
 void strip_times_panel(const PanelProblem& p, int i, int j0, int width, int l0, int depth, int run,
-                       int runs, bool packs, float* panel, float* partial, float* copied) {
+                       int runs, const float* panel, float* partial, float* copied) {
   // Without depth, A and B are not read at all (and may be null).
   const float* a = depth > 0 ? p.a + i * p.lda + l0 : nullptr;
   const float* a_rows = a;
@@ -150,7 +181,7 @@ void strip_times_panel(const PanelProblem& p, int i, int j0, int width, int l0, 
   for (int s = 0; s < slivers; ++s) {
     const int j = s * kSliverWidth;
     const int columns = std::min(kSliverWidth, width - j);
-    float* sliver = panel + std::ptrdiff_t(s) * depth * kSliverWidth;
+    const float* sliver = panel + std::ptrdiff_t(s) * depth * kSliverWidth;
     float* sums = partial + s * kTileFloats;
     // Sliver s asks for rows s and s + slivers of the next strip, at this
     // run's depth; with fewer than 3 slivers part of it comes unasked.
@@ -163,20 +194,7 @@ void strip_times_panel(const PanelProblem& p, int i, int j0, int width, int l0, 
     } else {
       load(t, sums);
     }
-    if (!packs) {
-      multiply<R, MulAdd>(t, a_rows, a_stride, depth, PackedSliver{sliver}, ahead);
-    } else {
-      const float* b = p.b + l0 * p.ldb + j0 + j;
-      if (columns == kSliverWidth) {
-        multiply<R, MulAdd>(t, a_rows, a_stride, depth,
-                            PackingSliver<true>{b, p.ldb, sliver, {}, {}}, ahead);
-      } else {
-        multiply<R, MulAdd>(
-            t, a_rows, a_stride, depth,
-            PackingSliver<false>{b, p.ldb, sliver, lanes_below(columns), lanes_below(columns - 8)},
-            ahead);
-      }
-    }
+    multiply<R, MulAdd>(t, a_rows, a_stride, depth, PackedSliver{sliver}, ahead);
     if (run + 1 < runs) {
       store(t, sums);
     } else {
@@ -188,9 +206,10 @@ void strip_times_panel(const PanelProblem& p, int i, int j0, int width, int l0, 
 template <class MulAdd, Blend B>
 void sgemm_nn_panels(int m, const PanelProblem& p, float* ws) {
   const DepthRuns runs(p.k);
+  const int panel_floats = m <= kFewStrips * kStripRows ? kFewStripsPanelFloats : kPanelFloats;
   const int panel_width = std::max(
       kSliverWidth,
-      std::min(kPanelWidth, kPanelFloats / std::max(runs.length, 1) / kSliverWidth * kSliverWidth));
+      std::min(kPanelWidth, panel_floats / std::max(runs.length, 1) / kSliverWidth * kSliverWidth));
   // The workspace: a copied strip of A, the packed panel of B, partial sums.
   float* copied = ws;
   float* panel = copied + kCopiedStripFloats;
@@ -207,12 +226,12 @@ void sgemm_nn_panels(int m, const PanelProblem& p, float* ws) {
       for (int run = 0; run < runs.count; ++run) {
         const int l0 = run * runs.length;
         const int depth = std::min(runs.length, p.k - l0);
+        if (depth > 0) pack_panel(p.b + l0 * p.ldb + j0, p.ldb, depth, width, panel);
         for (int i = g0; i < g1; i += kStripRows) {
-          const bool packs = i == g0 && depth > 0;
           float* sums = partial + std::ptrdiff_t((i - g0) / kStripRows) * slivers * kTileFloats;
           auto strip = [&](auto rows) {
-            strip_times_panel<MulAdd, B, decltype(rows)::value>(
-                p, i, j0, width, l0, depth, run, runs.count, packs, panel, sums, copied);
+            strip_times_panel<MulAdd, B, decltype(rows)::value>(p, i, j0, width, l0, depth, run,
+                                                                runs.count, panel, sums, copied);
           };
           switch (std::min(kStripRows, g1 - i)) {
             case 6:
