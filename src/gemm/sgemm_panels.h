@@ -42,6 +42,7 @@ constexpr int kPanelWidth = 256;
 // second-level cache; for a few, it may be wider, so that packing reads long
 // pieces of B's rows.
 constexpr int kPanelFloats = 65536;
+constexpr int kCopiedAPanelFloats = 131072;  // more slivers for each copy of A
 constexpr int kFewStripsPanelFloats = 262144;
 constexpr int kFewStrips = 16;
 constexpr int kWorkspaceFloats = 3 * kRegionFloats;
@@ -206,7 +207,9 @@ void strip_times_panel(const PanelProblem& p, int i, int j0, int width, int l0, 
 template <class MulAdd, Blend B>
 void sgemm_nn_panels(int m, const PanelProblem& p, float* ws) {
   const DepthRuns runs(p.k);
-  const int panel_floats = m <= kFewStrips * kStripRows ? kFewStripsPanelFloats : kPanelFloats;
+  const int panel_floats = m <= kFewStrips * kStripRows ? kFewStripsPanelFloats
+                           : p.copies_a                 ? kCopiedAPanelFloats
+                                                        : kPanelFloats;
   const int panel_width = std::max(
       kSliverWidth,
       std::min(kPanelWidth, panel_floats / std::max(runs.length, 1) / kSliverWidth * kSliverWidth));
