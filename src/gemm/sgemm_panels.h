@@ -26,6 +26,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <type_traits>
 
 #include "gemm/sgemm_blend.h"
 #include "gemm/sgemm_kernel_rx16.h"
@@ -204,6 +205,16 @@ void strip_times_panel(const PanelProblem& p, int i, int j0, int width, int l0, 
   }
 }
 
+// Calls f(std::integral_constant<int, rows>{}) for rows from 1 to R, so that
+// each strip height has its kernel compiled.
+template <int R, class F>
+[[gnu::always_inline]] inline void with_rows(int rows, F&& f) {
+  if constexpr (R > 1) {
+    if (rows < R) return with_rows<R - 1>(rows, f);
+  }
+  f(std::integral_constant<int, R>{});
+}
+
 template <class MulAdd, Blend B>
 void sgemm_nn_panels(int m, const PanelProblem& p, float* ws) {
   const DepthRuns runs(p.k);
@@ -236,26 +247,7 @@ void sgemm_nn_panels(int m, const PanelProblem& p, float* ws) {
             strip_times_panel<MulAdd, B, decltype(rows)::value>(p, i, j0, width, l0, depth, run,
                                                                 runs.count, panel, sums, copied);
           };
-          switch (std::min(kStripRows, g1 - i)) {
-            case 6:
-              strip(std::integral_constant<int, 6>{});
-              break;
-            case 5:
-              strip(std::integral_constant<int, 5>{});
-              break;
-            case 4:
-              strip(std::integral_constant<int, 4>{});
-              break;
-            case 3:
-              strip(std::integral_constant<int, 3>{});
-              break;
-            case 2:
-              strip(std::integral_constant<int, 2>{});
-              break;
-            default:
-              strip(std::integral_constant<int, 1>{});
-              break;
-          }
+          with_rows<kStripRows>(std::min(kStripRows, g1 - i), strip);
         }
       }
     }
