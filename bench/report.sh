@@ -66,7 +66,7 @@ mkdir -p "$out" "$raw"
 # example reads the digits), which only count if they are there before the
 # build.
 wanted=(gnuplot-nox python3-sklearn)
-((skip_build)) || wanted+=(libopenblas-dev libblis-dev libeigen3-dev zlib1g-dev)
+((skip_build)) || wanted+=(libopenblas-dev libblis-dev libeigen3-dev libdnnl-dev zlib1g-dev)
 missing=()
 if command -v dpkg-query > /dev/null; then
   for p in "${wanted[@]}"; do
