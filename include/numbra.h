@@ -82,7 +82,7 @@ extern "C" {
 ///   chain of fused multiply-adds rounded once each, with `_avx` a rounded
 ///   product and a rounded add per step. The sum is held in `float` between
 ///   blocks, so no blocking changes its bits. alpha and beta are applied once per
-///   element at the end, unfused, by nearness tests made once per 48 by 48 tile:
+///   element at the end, unfused, by nearness tests of the two scalars:
 ///   "near one" is `|x + (-1.0f)| < 1e-30` and "near zero" is `|x| < 1e-30`, both
 ///   compared in `double` (so in practice x == 1, and a beta of 1e-31 counts as
 ///   zero; NaN passes neither). The stored element is, by alpha then beta:
@@ -93,9 +93,13 @@ extern "C" {
 ///   depth. A block at row i0, column j0 starts at `c + i0 * ldc + j0`, but rows
 ///   inside a block lie `n` floats apart, not `ldc`. With `ldc == n` this is plain
 ///   row-major C; a matrix of at most 336 rows never uses `ldc` at all.
-/// - **Workspace** `ws`: 1354752 bytes (three regions of 336 x 336 floats: packed
-///   A, packed B, accumulator), `float` alignment, need not be initialised, holds
-///   nothing useful afterwards; concurrent calls need separate workspaces.
+/// - **Workspace** `ws`: 1354752 bytes (room for three blocks of 336 x 336
+///   floats), `float` alignment, need not be initialised, holds nothing useful
+///   afterwards; concurrent calls need separate workspaces.
+/// - **Overlap.** When C overlaps A or B, the result is that of the block order:
+///   row blocks top to bottom, column blocks left to right, each block reading
+///   its pieces of A and B before it is written, so later blocks read what
+///   earlier ones wrote.
 /// - **Reads.** `a` and `b` only when k > 0. Each element of C is written once.
 ///   `m` or `n` of 0 or below touches nothing; `k` of 0 or below gives
 ///   `alpha * 0` blended as above (NaN for an infinite alpha). Negative counts
