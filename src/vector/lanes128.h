@@ -1,5 +1,5 @@
-// 128-bit SSE lanes for the plain operators, which are built for baseline
-// x86-64 plus SSE3. Vec is a GCC vector type, so +, -, * and / and mixing with
+// 128-bit SSE lanes, for code whose steps are four floats or two doubles
+// wide (the transposes' tile rows). Vec is a GCC vector type, so +, -, * and / and mixing with
 // a scalar of T (broadcast) read the same as in scalar code: one operator
 // body serves the vector body of a loop and its scalar tail.
 #ifndef NUMBRA_VECTOR_LANES128_H
