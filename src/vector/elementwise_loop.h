@@ -87,14 +87,20 @@ inline void write_elements(unsigned long n, T* out, bool vectors, bool streaming
   auto store = [out](unsigned long i, typename L::Vec v) { L::store(out + i, v); };
   auto stream = [out](unsigned long i, typename L::Vec v) { L::stream(out + i, v); };
   unsigned long i = 0;
-  if (streaming && n * sizeof(T) >= kStreamingOutputBytes) {
+  // Takes elements one by one up to a vector boundary of the output.
+  auto align_output = [&] {
     for (; i < n && reinterpret_cast<std::uintptr_t>(out + i) % L::kAlignment != 0; ++i) {
       out[i] = scalar_at(i);
     }
+  };
+  if (streaming && n * sizeof(T) >= kStreamingOutputBytes) {
+    align_output();
     i = put_lines<T>(i, n, stream, vector_at, prefetch_at);
     for (; i + L::kCount <= n; i += L::kCount) stream(i, vector_at(i));
     _mm_sfence();  // order the streamed stores before any later store
   } else if (vectors) {
+    // A store that straddles two cache lines costs two: a long loop aligns.
+    if (n >= 4 * L::kCount) align_output();
     if (n * sizeof(T) >= kPrefetchedOperandBytes) {
       i = put_lines<T>(i, n, store, vector_at, prefetch_at);
     }
