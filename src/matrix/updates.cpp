@@ -2,7 +2,6 @@
 // row, the subtraction of each row's maximum, and a vector added along the
 // rows or the columns. Blends follow s * alpha + u with u = +0 for a zero
 // beta (either sign, the old element unread) and old * beta otherwise.
-#include <algorithm>
 #include <cmath>
 
 #include "numbra.h"
@@ -12,6 +11,7 @@ namespace ZETL {
 namespace numbra {
 
 using ::numbra::blend_term;
+using ::numbra::fill_elements;
 using ::numbra::map_blended;
 using ::numbra::map_elements;
 
@@ -79,7 +79,7 @@ void x86MatrixAddVectorByCol(int, unsigned long m, unsigned long n, unsigned lon
     T* yr = y + r * lda;
     const T t = x[r] * alpha;
     if (beta == T(0)) {
-      std::fill(yr, yr + n, t + T(0));
+      fill_elements(n, yr, t + T(0));
     } else {
       map_elements(
           n, yr, [t, beta](auto yj) { return t + yj * beta; }, yr);

@@ -117,6 +117,16 @@ inline void write_elements(unsigned long n, T* out, bool vectors, bool streaming
   for (; i < n; ++i) out[i] = scalar_at(i);
 }
 
+// out[i] = v for i in 0..n-1: v is held before the first store, so the
+// order of the stores cannot show.
+template <typename T>
+inline void fill_elements(unsigned long n, T* out, T v) {
+  const auto lanes = Lanes256<T>::splat(v);
+  write_elements(
+      n, out, true, true, [v](unsigned long) { return v; },
+      [lanes](unsigned long) { return lanes; }, [](unsigned long) {});
+}
+
 // out[i] = op(in[i]...) for i in 0..n-1, ascending. `op` is called with
 // scalars of T and with Lanes256<T>::Vec.
 template <typename T, class Op, class... In>
