@@ -37,7 +37,10 @@ struct Lanes256<float> {
   static Vec div_or_zero(Vec x, Vec y) {
     const Vec zero_divisor = _mm256_cmp_ps(y, _mm256_setzero_ps(), _CMP_EQ_OQ);
     const Vec num = _mm256_andnot_ps(zero_divisor, x);
-    const Vec den = _mm256_blendv_ps(y, splat(1.0f), zero_divisor);
+    // And/or rather than a blend: GCC turns a blend on a compare result into
+    // a select that it splits lane by lane without AVX2.
+    const Vec den =
+        _mm256_or_ps(_mm256_andnot_ps(zero_divisor, y), _mm256_and_ps(zero_divisor, splat(1.0f)));
     return _mm256_div_ps(num, den);
   }
 };
@@ -61,7 +64,8 @@ struct Lanes256<double> {
   static Vec div_or_zero(Vec x, Vec y) {
     const Vec zero_divisor = _mm256_cmp_pd(y, _mm256_setzero_pd(), _CMP_EQ_OQ);
     const Vec num = _mm256_andnot_pd(zero_divisor, x);
-    const Vec den = _mm256_blendv_pd(y, splat(1.0), zero_divisor);
+    const Vec den =
+        _mm256_or_pd(_mm256_andnot_pd(zero_divisor, y), _mm256_and_pd(zero_divisor, splat(1.0)));
     return _mm256_div_pd(num, den);
   }
 };
