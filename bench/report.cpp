@@ -97,19 +97,18 @@ void ComparisonReporter::print_peer_table() {
   bool header = false;
   for_each_library_run([&](const std::string& op, const std::string& n, const Measure& lib) {
     const auto read = by_name_.find("read/" + std::to_string(static_cast<long>(lib.bytes)));
-    std::string peer;
+    std::vector<std::string> peers;
     for (const std::string& other : order_) {
       NameParts candidate;
       if (split_name(other, &candidate) && candidate.op == op && candidate.n == n &&
           candidate.variant != "numbra" && candidate.variant != "scalar")
-        peer = candidate.variant;
+        peers.insert(candidate.variant == "roof" ? peers.begin() : peers.end(), candidate.variant);
     }
-    if (read == by_name_.end() && peer.empty()) return;
+    if (read == by_name_.end() && peers.empty()) return;
     if (!header) {
-      std::printf("\n%-34s %10s %10s %10s %9s %10s %10s %9s\n", "operator", "n", "numbra", "read",
-                  "/read", "peer", "peer", "/peer");
-      std::printf("%-34s %10s %10s %10s %9s %10s %10s %9s\n", "", "", "GB/s", "GB/s", "", "",
-                  "GB/s", "");
+      std::printf("\n%-34s %10s %10s %10s %9s   %s\n", "operator", "n", "numbra", "read", "/read",
+                  "each roof or peer: GB/s, numbra/it");
+      std::printf("%-34s %10s %10s %10s\n", "", "", "GB/s", "GB/s");
       header = true;
     }
     std::printf("%-34s %10s %10.2f", op.c_str(), n.c_str(), lib.gbps());
@@ -117,11 +116,9 @@ void ComparisonReporter::print_peer_table() {
       std::printf(" %10.2f %8.0f%%", read->second.gbps(), 100 * lib.gbps() / read->second.gbps());
     else
       std::printf(" %10s %9s", "-", "-");
-    if (!peer.empty()) {
+    for (const std::string& peer : peers) {
       const Measure& other = by_name_[op + "/" + peer + "/" + n];
-      std::printf(" %10s %10.2f %8.2fx", peer.c_str(), other.gbps(), lib.gbps() / other.gbps());
-    } else {
-      std::printf(" %10s %10s %9s", "-", "-", "-");
+      std::printf("   %s %.2f %.2fx", peer.c_str(), other.gbps(), lib.gbps() / other.gbps());
     }
     std::printf("\n");
   });

@@ -8,7 +8,8 @@
 // "memcpy/<bytes>" copy half of that many bytes, moving the same traffic.
 // An operator measured against a machine limit other than a copy, or against
 // a peer library, has a table of its own: "read/<bytes>" is a plain read of
-// that many bytes, and any variant other than numbra and scalar is a peer.
+// that many bytes, and any variant other than numbra and scalar is a peer
+// ("roof" being the operator's access pattern as a plain vector loop).
 // Compute-bound benchmarks are named "<operation>/<variant>/<size>" and set
 // the counter "flops" instead; they are shown against "peak/fma" (or
 // "peak/mul_add" for the variant "avx"), the machine's register-only peaks.

@@ -1,5 +1,9 @@
 // Vector operators at L1-, L2- and DRAM-resident lengths, each beside the
-// plain scalar loop of its definition and a memcpy that moves the same bytes.
+// plain scalar loop of its definition, a memcpy that moves the same bytes,
+// its roof (the same access pattern as a plain 8-lane loop, bench/roof.h),
+// and the peers that have the operation: Eigen's array expressions on AVX2
+// packets, OpenBLAS's level-1 routines on its Haswell kernels, memset for
+// the fill.
 #include <benchmark/benchmark.h>
 
 #include <cstring>
@@ -7,94 +11,193 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "numbra.h"
+#include "openblas_peer.h"
 #include "operands.h"
 #include "report.h"
+#include "roof.h"
+#ifdef NUMBRA_BENCH_EIGEN
+#include "vector_peers.h"
+#endif
 
 namespace nb = ZETL::numbra;
 using numbra_bench::operands;
 using numbra_bench::Operands;
+using numbra_bench::roof_map;
 
 namespace {
 
 const unsigned long kLengths[] = {1000, 100000, 30000000};
 
 template <typename T>
+using Body = std::function<void(unsigned long, const Operands<T>&)>;
+
+template <typename T>
 struct Operator {
   std::string name;
   int vectors_read, vectors_written;
-  std::function<void(unsigned long, const Operands<T>&)> numbra, scalar;
+  Body<T> numbra, scalar;
+  // The roof first, then the peers, each as (variant, body).
+  std::vector<std::pair<std::string, Body<T>>> others;
 };
+
+#ifdef NUMBRA_BENCH_EIGEN
+template <typename T>
+Body<T> eigen(numbra_bench::EigenOp op, T a = T(0.999), T b = T(0.001)) {
+  return [=](unsigned long n, const Operands<T>& v) {
+    numbra_bench::eigen_vector_op<T>(op, long(n), a, b, v.x, v.y, v.z);
+  };
+}
+#define NUMBRA_EIGEN(...) {"eigen", eigen<T>(numbra_bench::EigenOp::__VA_ARGS__)},
+#else
+#define NUMBRA_EIGEN(...)
+#endif
+
+#ifdef NUMBRA_BENCH_OPENBLAS
+// cblas_s<name> or cblas_d<name>, by T.
+#define NUMBRA_OPENBLAS(name, ...)                          \
+  {"openblas", [=](unsigned long n, const Operands<T>& v) { \
+     if constexpr (sizeof(T) == 4)                          \
+       cblas_s##name(int(n), __VA_ARGS__);                  \
+     else                                                   \
+       cblas_d##name(int(n), __VA_ARGS__);                  \
+   }},
+#else
+#define NUMBRA_OPENBLAS(name, ...)
+#endif
+
+// The roof of an operator that stores its first operand from the others.
+#define NUMBRA_ROOF(...)                                                               \
+  {                                                                                    \
+    "roof", [](unsigned long n, const Operands<T>& v) { roof_map<T>(n, __VA_ARGS__); } \
+  }
 
 template <typename T>
 std::vector<Operator<T>> operators() {
   const T a = T(0.999), b = T(0.001);
+  (void)b;
   using V = Operands<T>;
   return {
-      {"Add", 2, 1, [](unsigned long n, const V& v) { nb::x86VectorAdd(n, v.x, v.y, v.z); },
+      {"Add",
+       2,
+       1,
+       [](unsigned long n, const V& v) { nb::x86VectorAdd(n, v.x, v.y, v.z); },
        [](unsigned long n, const V& v) {
          for (unsigned long i = 0; i < n; ++i) v.z[i] = v.x[i] + v.y[i];
-       }},
-      {"Subtract", 2, 1,
+       },
+       {NUMBRA_ROOF(v.z, v.x, v.y), NUMBRA_EIGEN(kAdd)}},
+      {"Subtract",
+       2,
+       1,
        [](unsigned long n, const V& v) { nb::x86VectorSubtract(n, v.x, v.y, v.z); },
        [](unsigned long n, const V& v) {
          for (unsigned long i = 0; i < n; ++i) v.z[i] = v.x[i] - v.y[i];
-       }},
-      {"Mul", 2, 1, [](unsigned long n, const V& v) { nb::x86VectorMul(n, v.x, v.y, v.z); },
+       },
+       {NUMBRA_ROOF(v.z, v.x, v.y), NUMBRA_EIGEN(kSubtract)}},
+      {"Mul",
+       2,
+       1,
+       [](unsigned long n, const V& v) { nb::x86VectorMul(n, v.x, v.y, v.z); },
        [](unsigned long n, const V& v) {
          for (unsigned long i = 0; i < n; ++i) v.z[i] = v.x[i] * v.y[i];
-       }},
-      {"Div", 2, 1, [](unsigned long n, const V& v) { nb::x86VectorDiv(n, v.x, v.y, v.z); },
+       },
+       {NUMBRA_ROOF(v.z, v.x, v.y), NUMBRA_EIGEN(kMul)}},
+      {"Div",
+       2,
+       1,
+       [](unsigned long n, const V& v) { nb::x86VectorDiv(n, v.x, v.y, v.z); },
        [](unsigned long n, const V& v) {
          for (unsigned long i = 0; i < n; ++i) v.z[i] = v.y[i] == T(0) ? T(0) : v.x[i] / v.y[i];
-       }},
-      {"Mla", 3, 1, [](unsigned long n, const V& v) { nb::x86VectorMla(n, v.x, v.y, v.z); },
+       },
+       {NUMBRA_ROOF(v.z, v.x, v.y), NUMBRA_EIGEN(kDiv)}},
+      {"Mla",
+       3,
+       1,
+       [](unsigned long n, const V& v) { nb::x86VectorMla(n, v.x, v.y, v.z); },
        [](unsigned long n, const V& v) {
          for (unsigned long i = 0; i < n; ++i) v.z[i] = v.x[i] * v.y[i] + v.z[i];
-       }},
-      {"Mls", 3, 1, [](unsigned long n, const V& v) { nb::x86VectorMls(n, v.x, v.y, v.z); },
+       },
+       {NUMBRA_ROOF(v.z, v.x, v.y, v.z), NUMBRA_EIGEN(kMla)}},
+      {"Mls",
+       3,
+       1,
+       [](unsigned long n, const V& v) { nb::x86VectorMls(n, v.x, v.y, v.z); },
        [](unsigned long n, const V& v) {
          for (unsigned long i = 0; i < n; ++i) v.z[i] = v.z[i] - v.x[i] * v.y[i];
-       }},
-      {"Axpy", 2, 1, [a](unsigned long n, const V& v) { nb::x86VectorAxpy(n, a, v.x, v.z); },
+       },
+       {NUMBRA_ROOF(v.z, v.x, v.y, v.z), NUMBRA_EIGEN(kMls)}},
+      {"Axpy",
+       2,
+       1,
+       [a](unsigned long n, const V& v) { nb::x86VectorAxpy(n, a, v.x, v.z); },
        [a](unsigned long n, const V& v) {
          for (unsigned long i = 0; i < n; ++i) v.z[i] = v.x[i] * a + v.z[i];
-       }},
-      {"Axpby", 2, 1,
+       },
+       {NUMBRA_ROOF(v.z, v.x, v.z), NUMBRA_EIGEN(kAxpy) NUMBRA_OPENBLAS(axpy, a, v.x, 1, v.z, 1)}},
+      {"Axpby",
+       2,
+       1,
        [a, b](unsigned long n, const V& v) { nb::x86VectorAxpby(n, a, v.x, b, v.z); },
        [a, b](unsigned long n, const V& v) {
          for (unsigned long i = 0; i < n; ++i) v.z[i] = v.x[i] * a + v.z[i] * b;
-       }},
-      {"Axpby(beta=0)", 1, 1,
+       },
+       {NUMBRA_ROOF(v.z, v.x, v.z),
+        NUMBRA_EIGEN(kAxpby) NUMBRA_OPENBLAS(axpby, a, v.x, 1, b, v.z, 1)}},
+      {"Axpby(beta=0)",
+       1,
+       1,
        [a](unsigned long n, const V& v) { nb::x86VectorAxpby(n, a, v.x, T(0), v.z); },
        [a](unsigned long n, const V& v) {
          for (unsigned long i = 0; i < n; ++i) v.z[i] = v.x[i] * a;
-       }},
-      {"Axpb", 1, 1, [a, b](unsigned long n, const V& v) { nb::x86VectorAxpb(n, a, v.x, b, v.z); },
+       },
+       {NUMBRA_ROOF(v.z, v.x),
+        NUMBRA_EIGEN(kMulScalar) NUMBRA_OPENBLAS(axpby, a, v.x, 1, T(0), v.z, 1)}},
+      {"Axpb",
+       1,
+       1,
+       [a, b](unsigned long n, const V& v) { nb::x86VectorAxpb(n, a, v.x, b, v.z); },
        [a, b](unsigned long n, const V& v) {
          for (unsigned long i = 0; i < n; ++i) v.z[i] = v.x[i] * a + b;
-       }},
-      {"AddScalar", 1, 1,
+       },
+       {NUMBRA_ROOF(v.z, v.x), NUMBRA_EIGEN(kAxpb)}},
+      {"AddScalar",
+       1,
+       1,
        [a](unsigned long n, const V& v) { nb::x86VectorAddScalar(n, v.x, a, v.z); },
        [a](unsigned long n, const V& v) {
          for (unsigned long i = 0; i < n; ++i) v.z[i] = v.x[i] + a;
-       }},
-      {"MulScalar", 1, 1,
+       },
+       {NUMBRA_ROOF(v.z, v.x), NUMBRA_EIGEN(kAddScalar)}},
+      {"MulScalar",
+       1,
+       1,
        [a](unsigned long n, const V& v) { nb::x86VectorMulScalar(n, v.x, a, v.z); },
        [a](unsigned long n, const V& v) {
          for (unsigned long i = 0; i < n; ++i) v.z[i] = v.x[i] * a;
-       }},
-      {"Squre", 1, 1, [](unsigned long n, const V& v) { nb::x86VectorSqure(n, v.x, v.z); },
+       },
+       {NUMBRA_ROOF(v.z, v.x), NUMBRA_EIGEN(kMulScalar)}},
+      {"Squre",
+       1,
+       1,
+       [](unsigned long n, const V& v) { nb::x86VectorSqure(n, v.x, v.z); },
        [](unsigned long n, const V& v) {
          for (unsigned long i = 0; i < n; ++i) v.z[i] = v.x[i] * v.x[i];
-       }},
-      {"Copy", 1, 1, [](unsigned long n, const V& v) { nb::x86VectorCopy(n, v.x, v.z); },
+       },
+       {NUMBRA_ROOF(v.z, v.x), NUMBRA_EIGEN(kSquare)}},
+      {"Copy",
+       1,
+       1,
+       [](unsigned long n, const V& v) { nb::x86VectorCopy(n, v.x, v.z); },
        [](unsigned long n, const V& v) {
          for (unsigned long i = 0; i < n; ++i) v.z[i] = v.x[i];
-       }},
-      {"Swap", 2, 2,
+       },
+       {NUMBRA_ROOF(v.z, v.x), NUMBRA_EIGEN(kCopy) NUMBRA_OPENBLAS(copy, v.x, 1, v.z, 1)}},
+      {"Swap",
+       2,
+       2,
        [](unsigned long n, const V& v) { nb::x86VectorSwap(n, T(1), v.z, T(1), v.w); },
        [](unsigned long n, const V& v) {
          for (unsigned long i = 0; i < n; ++i) {
@@ -102,39 +205,66 @@ std::vector<Operator<T>> operators() {
            v.z[i] = wi * T(1);
            v.w[i] = zi * T(1);
          }
-       }},
-      {"FillScalar", 0, 1, [a](unsigned long n, const V& v) { nb::x86VectorFillScalar(n, a, v.z); },
+       },
+       {{"roof",
+         [](unsigned long n, const Operands<T>& v) { numbra_bench::roof_swap(n, v.z, v.w); }},
+        NUMBRA_OPENBLAS(swap, v.z, 1, v.w, 1)}},
+      {"FillScalar",
+       0,
+       1,
+       [a](unsigned long n, const V& v) { nb::x86VectorFillScalar(n, a, v.z); },
        [a](unsigned long n, const V& v) {
          for (unsigned long i = 0; i < n; ++i) v.z[i] = a;
-       }},
-      {"FillVector3", 1, 1,
+       },
+       {NUMBRA_ROOF(v.z),
+        {"memset",
+         [](unsigned long n, const Operands<T>& v) { std::memset(v.z, 0x3f, n * sizeof(T)); }},
+        NUMBRA_EIGEN(kFill)}},
+      {"FillVector3",
+       1,
+       1,
        [](unsigned long n, const V& v) { nb::x86VectorFillVector<T, 3>(n, v.x, v.z); },
        [](unsigned long n, const V& v) {
          for (unsigned long i = 0; i < n; ++i) v.z[i] = v.x[i % 3];
-       }},
-      {"Sum", 1, 0,
+       },
+       {NUMBRA_ROOF(v.z),
+        {"memset",
+         [](unsigned long n, const Operands<T>& v) { std::memset(v.z, 0x3f, n * sizeof(T)); }}}},
+      {"Sum",
+       1,
+       0,
        [](unsigned long n, const V& v) { benchmark::DoNotOptimize(nb::x86VectorSum(n, v.x)); },
        [](unsigned long n, const V& v) {
          T s = T(0);
          for (unsigned long i = 0; i < n; ++i) s = s + v.x[i];
          benchmark::DoNotOptimize(s);
-       }},
-      {"Dot", 1, 0,
+       },
+       {}},
+      {"Dot",
+       1,
+       0,
        [](unsigned long n, const V& v) { benchmark::DoNotOptimize(nb::x86VectorDot(n, v.x)); },
        [](unsigned long n, const V& v) {
          T s = T(0);
          for (unsigned long i = 0; i < n; ++i) s = s + v.x[i] * v.x[i];
          benchmark::DoNotOptimize(s);
-       }},
-      {"Max", 1, 0,
+       },
+       {}},
+      {"Max",
+       1,
+       0,
        [](unsigned long n, const V& v) { benchmark::DoNotOptimize(nb::x86VectorMax(n, v.x)); },
        [](unsigned long n, const V& v) {
          T m = T(1.17549435e-38f);
          for (unsigned long i = 0; i < n; ++i)
            if (v.x[i] > m) m = v.x[i];
          benchmark::DoNotOptimize(m);
-       }},
-      {"MaxMin", 1, 0,
+       },
+       {{"roof", [](unsigned long n, const Operands<T>& v) { numbra_bench::roof_read(n, v.x); }},
+        NUMBRA_EIGEN(kMax)}},
+      {"MaxMin",
+       1,
+       0,
        [](unsigned long n, const V& v) {
          T lo, hi;
          nb::x86VectorMaxMin(n, v.x, &lo, &hi);
@@ -149,7 +279,8 @@ std::vector<Operator<T>> operators() {
          }
          benchmark::DoNotOptimize(lo);
          benchmark::DoNotOptimize(hi);
-       }},
+       },
+       {{"roof", [](unsigned long n, const Operands<T>& v) { numbra_bench::roof_read(n, v.x); }}}},
   };
 }
 
@@ -170,17 +301,20 @@ void register_operators() {
     const std::string group = op.name + "<" + type_name<T>() + ">";
     for (const unsigned long n : kLengths) {
       const unsigned long bytes = (op.vectors_read + op.vectors_written) * n * sizeof(T);
-      for (const bool library : {true, false}) {
-        const auto body = library ? op.numbra : op.scalar;
-        const std::string name = group + (library ? "/numbra/" : "/scalar/") + std::to_string(n);
-        benchmark::RegisterBenchmark(name.c_str(), [body, n, bytes](benchmark::State& state) {
-          Operands<T>& v = operands<T>(n);
-          for (auto _ : state) {
-            body(n, v);
-            benchmark::ClobberMemory();
-          }
-          numbra_bench::set_traffic(state, double(bytes));
-        });
+      std::vector<std::pair<std::string, Body<T>>> variants = {{"numbra", op.numbra},
+                                                               {"scalar", op.scalar}};
+      variants.insert(variants.end(), op.others.begin(), op.others.end());
+      for (const auto& [variant, body] : variants) {
+        const std::string name = group + "/" + variant + "/" + std::to_string(n);
+        benchmark::RegisterBenchmark(name.c_str(),
+                                     [body = body, n, bytes](benchmark::State& state) {
+                                       Operands<T>& v = operands<T>(n);
+                                       for (auto _ : state) {
+                                         body(n, v);
+                                         benchmark::ClobberMemory();
+                                       }
+                                       numbra_bench::set_traffic(state, double(bytes));
+                                     });
       }
       numbra_bench::register_memcpy(bytes);
     }
@@ -190,6 +324,7 @@ void register_operators() {
 }  // namespace
 
 int main(int argc, char** argv) {
+  numbra_bench::pin_peer_blas(argv);
   register_operators<float>();
   register_operators<double>();
   return numbra_bench::run(argc, argv);

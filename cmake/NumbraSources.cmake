@@ -3,7 +3,8 @@
 # Adds library sources and gives each its instruction set by its name: a file
 # ending in _avx.cpp is compiled with -mavx, one ending in _fma.cpp with
 # -mavx2 -mfma, one ending in _avx2.cpp with -mavx2. Every other file stays
-# at the baseline, so AVX code never leaks into the plain template code.
+# at the project's AVX baseline, so FMA and AVX2 code never leaks into the
+# plain template code.
 function(numbra_target_sources target)
   foreach(source IN LISTS ARGN)
     if(source MATCHES "_avx\\.cpp$")

@@ -6,9 +6,11 @@
 #
 # Benchmarks are named "<op>/<variant>/<size>". The library's variants are
 # numbra, and fma and avx for the dense multiply; scalar is the plain loop of
-# the definition; any other variant is a peer library. The limits are
-# "memcpy/<bytes>" and "read/<bytes>" for memory-bound runs and "peak/fma" or
-# "peak/mul_add" (for avx) for compute-bound ones.
+# the definition; roof is the operator's access pattern as a plain vector
+# loop, its limit wherever it is measured; any other variant is a peer
+# library. The other limits are "memcpy/<bytes>" and "read/<bytes>" for
+# memory-bound runs and "peak/fma" or "peak/mul_add" (for avx) for
+# compute-bound ones.
 BEGIN {
   FS = "\t"
   # Families by the benchmark program that measures them.
@@ -54,7 +56,7 @@ END {
     for (j = 1; j <= count; ++j) {
       split(runs[j], other, SUBSEP)
       if (other[1] != family || split(other[2], q, "/") != 3) continue
-      if (q[1] != op || q[3] != size || library(q[2]) || q[2] == "scalar") continue
+      if (q[1] != op || q[3] != size || library(q[2]) || q[2] == "scalar" || q[2] == "roof") continue
       f = rate(runs[j])
       if (peer == "" || f > peer_figure) { peer = q[2]; peer_figure = f }
     }
@@ -63,7 +65,9 @@ END {
     }
 
     limit = ""
-    if (flops[k] > 0) {
+    if ((family, op "/roof/" size) in seconds) {
+      limit = op "/roof/" size
+    } else if (flops[k] > 0) {
       limit = variant == "avx" ? "peak/mul_add" : "peak/fma"
     } else if (bytes[k] > 0) {
       if ((family, "memcpy/" bytes[k]) in seconds) limit = "memcpy/" bytes[k]
@@ -83,7 +87,8 @@ END {
     }
     if (limit != "") {
       lk = family SUBSEP limit
-      if (limit !~ /^peak/) sub(/\/.*/, "", limit)
+      if (limit ~ /\/roof\//) limit = "roof"
+      else if (limit !~ /^peak/) sub(/\/.*/, "", limit)
       line = line sprintf(" %s | %.4g | %.0f%% |", limit, rate(lk), 100 * figure / rate(lk))
     } else {
       line = line " - | - | - |"

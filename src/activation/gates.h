@@ -1,5 +1,5 @@
 // Sign gates of the activations, written once for scalars of T and for
-// Lanes128<T>::Vec: a comparison selects lanes, and a lane that fails the
+// Lanes256<T>::Vec: a comparison selects lanes, and a lane that fails the
 // test (NaN included) gets +0, exactly as the scalar conditional does.
 #ifndef NUMBRA_ACTIVATION_GATES_H
 #define NUMBRA_ACTIVATION_GATES_H

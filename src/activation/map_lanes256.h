@@ -1,6 +1,6 @@
-// The 8-lane element loop of the activation kernels. Included only by _avx
-// sources; everything here has internal linkage, so no copy compiled with AVX
-// can stand in for code built for the baseline.
+// The 8-lane element loop of the float activation kernels, which keep their
+// own step layout (steps from x[0], or from y's first 32-byte boundary when
+// streaming).
 #ifndef NUMBRA_ACTIVATION_MAP_LANES256_H
 #define NUMBRA_ACTIVATION_MAP_LANES256_H
 

@@ -2,7 +2,6 @@
 // output as s * alpha + u, where u is +0 for a zero beta (either sign, the
 // old output unread) and old * beta otherwise. Row sums have one accumulator
 // of T and run in ascending order; only element loops use vector steps.
-#include <algorithm>
 
 #include "numbra.h"
 #include "vector/elementwise_loop.h"
@@ -36,6 +35,7 @@ namespace numbra {
 
 using ::numbra::blend_row_sums;
 using ::numbra::blend_term;
+using ::numbra::fill_elements;
 using ::numbra::map_elements;
 using ::numbra::ranges_are_disjoint;
 using ::numbra::row_sum;
@@ -72,7 +72,7 @@ void x86MatrixSumByCol(int, unsigned long m, unsigned long n, unsigned long lda,
   // Each column sum accumulates in y itself, alpha applied to every element.
   // The blend runs even when there are no rows.
   if (beta == T(0)) {
-    std::fill(y, y + n, T(0));
+    fill_elements(n, y, T(0));
   } else {
     map_elements(
         n, y, [beta](auto yj) { return yj * beta; }, y);

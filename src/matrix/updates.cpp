@@ -2,16 +2,60 @@
 // row, the subtraction of each row's maximum, and a vector added along the
 // rows or the columns. Blends follow s * alpha + u with u = +0 for a zero
 // beta (either sign, the old element unread) and old * beta otherwise.
-#include <algorithm>
 #include <cmath>
 
 #include "numbra.h"
 #include "vector/elementwise_loop.h"
 
+namespace numbra {
+namespace {
+
+// The maximum that the scan `m = first; for j in 1..n-1: if (rest[j] > m)
+// m = rest[j]` ends with. A NaN first element stays, since nothing compares
+// above it; a NaN further on is passed over. Otherwise the result is the
+// largest value, and equal values other than +0 and -0 have equal bits, so
+// lanes may each take a stride of the row and be merged in any order. Only a
+// zero maximum depends on the order: the scan keeps the first zero it meets,
+// so that zero is looked up again.
+template <typename T>
+T row_maximum(T first, unsigned long n, const T* rest) {
+  using L = Lanes256<T>;
+  if (first != first || n <= 1) return first;
+  auto m0 = L::splat(first), m1 = m0;
+  unsigned long j = 1;
+  for (; j + 2 * L::kCount <= n; j += 2 * L::kCount) {
+    // max(v, m) is m when v is NaN or not above m.
+    m0 = L::max(L::load(rest + j), m0);
+    m1 = L::max(L::load(rest + j + L::kCount), m1);
+  }
+  T lanes[2 * L::kCount];
+  L::store(lanes, m0);
+  L::store(lanes + L::kCount, m1);
+  T m = first;
+  for (const T v : lanes) {
+    if (v > m) m = v;
+  }
+  for (; j < n; ++j) {
+    if (rest[j] > m) m = rest[j];
+  }
+  if (m == T(0) && first != T(0)) {
+    for (j = 1; rest[j] != T(0); ++j) {
+    }
+    m = rest[j];
+  } else if (m == T(0)) {
+    m = first;
+  }
+  return m;
+}
+
+}  // namespace
+}  // namespace numbra
+
 namespace ZETL {
 namespace numbra {
 
 using ::numbra::blend_term;
+using ::numbra::fill_elements;
 using ::numbra::map_blended;
 using ::numbra::map_elements;
 
@@ -50,10 +94,7 @@ void x86MatrixSubMaxByRow(int, unsigned long m, unsigned long n, unsigned long l
   for (unsigned long r = 0; r < m; ++r) {
     const T* packed = a + r * n;
     const T* strided = a + r * lda;
-    T maximum = packed[0];
-    for (unsigned long j = 1; j < n; ++j) {
-      if (strided[j] > maximum) maximum = strided[j];
-    }
+    const T maximum = ::numbra::row_maximum(packed[0], n, strided);
     map_elements(
         n, y + r * lda, [maximum](auto aj) { return aj - maximum; }, packed);
   }
@@ -79,7 +120,7 @@ void x86MatrixAddVectorByCol(int, unsigned long m, unsigned long n, unsigned lon
     T* yr = y + r * lda;
     const T t = x[r] * alpha;
     if (beta == T(0)) {
-      std::fill(yr, yr + n, t + T(0));
+      fill_elements(n, yr, t + T(0));
     } else {
       map_elements(
           n, yr, [t, beta](auto yj) { return t + yj * beta; }, yr);

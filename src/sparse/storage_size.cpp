@@ -9,11 +9,11 @@ constexpr unsigned long kIndexBytes = sizeof(int);
 constexpr unsigned long kLocalBytes = sizeof(unsigned short);
 constexpr unsigned long kValueBytes = sizeof(float);
 
-unsigned long pointerBytes(int len) { return static_cast<unsigned long>(len) * kIndexBytes + 4; }
+unsigned long pointerBytes(unsigned long len) { return len * kIndexBytes + 4; }
 
 void compressed_sizes(int len, unsigned long nnz, unsigned long& ptrBytes, unsigned long& idxBytes,
                       unsigned long& valBytes) {
-  ptrBytes = pointerBytes(len);
+  ptrBytes = pointerBytes(static_cast<unsigned long>(len));
   idxBytes = nnz * kIndexBytes;
   valBytes = nnz * kValueBytes;
 }
@@ -21,7 +21,9 @@ void compressed_sizes(int len, unsigned long nnz, unsigned long& ptrBytes, unsig
 void block_sizes(const numbra::BlockGrid& grid, unsigned long counts, unsigned long nnz,
                  unsigned long& blockPtrBytes, unsigned long& lenBytes, unsigned long& idxBytes,
                  unsigned long& valBytes) {
-  blockPtrBytes = pointerBytes(grid.blocks());
+  // The block count is formed in unsigned long: mb * nb passes the range of
+  // int long before the arrays it sizes pass that of the address space.
+  blockPtrBytes = pointerBytes(static_cast<unsigned long>(grid.mb) * grid.nb);
   lenBytes = counts * kLocalBytes;
   idxBytes = nnz * kLocalBytes;
   valBytes = nnz * kValueBytes;

@@ -9,7 +9,7 @@ namespace ZETL {
 namespace numbra {
 
 using ::numbra::chunked_stores_are_exact;
-using ::numbra::Lanes128;
+using ::numbra::Lanes256;
 using ::numbra::map_elements;
 
 template <typename T>
@@ -85,9 +85,9 @@ namespace {
 template <typename T>
 struct DivOrZero {
   T operator()(T xi, T yi) const { return yi == T(0) ? T(0) : xi / yi; }
-  typename Lanes128<T>::Vec operator()(typename Lanes128<T>::Vec xi,
-                                       typename Lanes128<T>::Vec yi) const {
-    return Lanes128<T>::div_or_zero(xi, yi);
+  typename Lanes256<T>::Vec operator()(typename Lanes256<T>::Vec xi,
+                                       typename Lanes256<T>::Vec yi) const {
+    return Lanes256<T>::div_or_zero(xi, yi);
   }
 };
 
@@ -115,7 +115,7 @@ void x86VectorSwap(unsigned long n, T alpha, T* x, T beta, T* y) {
   // Both products are formed before either store, and x is stored before y,
   // so when x and y are the same vector the store to y wins. Each of x and y
   // is both an input and an output of the other.
-  using L = Lanes128<T>;
+  using L = Lanes256<T>;
   unsigned long i = 0;
   if (chunked_stores_are_exact<T>(x, y, L::kCount) &&
       chunked_stores_are_exact<T>(y, x, L::kCount)) {

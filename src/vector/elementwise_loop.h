@@ -14,7 +14,8 @@
 
 #include <cstdint>
 
-#include "vector/lanes128.h"
+#include "vector/lanes128.h"  // the transposes' tile lanes
+#include "vector/lanes256.h"
 
 namespace numbra {
 
@@ -65,7 +66,7 @@ inline void prefetch_ahead(const T* p) {
 template <typename T, class Put, class VectorAt, class PrefetchAt>
 inline unsigned long put_lines(unsigned long i, unsigned long n, Put put, VectorAt vector_at,
                                PrefetchAt prefetch_at) {
-  using L = Lanes128<T>;
+  using L = Lanes256<T>;
   constexpr unsigned long kLine = 64 / sizeof(T);
   for (; i + kLine <= n; i += kLine) {
     prefetch_at(i);
@@ -82,31 +83,55 @@ inline unsigned long put_lines(unsigned long i, unsigned long n, Put put, Vector
 template <typename T, class ScalarAt, class VectorAt, class PrefetchAt>
 inline void write_elements(unsigned long n, T* out, bool vectors, bool streaming,
                            ScalarAt scalar_at, VectorAt vector_at, PrefetchAt prefetch_at) {
-  using L = Lanes128<T>;
+  using L = Lanes256<T>;
   auto store = [out](unsigned long i, typename L::Vec v) { L::store(out + i, v); };
   auto stream = [out](unsigned long i, typename L::Vec v) { L::stream(out + i, v); };
   unsigned long i = 0;
-  if (streaming && n * sizeof(T) >= kStreamingOutputBytes) {
+  // Takes elements one by one up to a vector boundary of the output.
+  auto align_output = [&] {
     for (; i < n && reinterpret_cast<std::uintptr_t>(out + i) % L::kAlignment != 0; ++i) {
       out[i] = scalar_at(i);
     }
+  };
+  if (streaming && n * sizeof(T) >= kStreamingOutputBytes) {
+    align_output();
     i = put_lines<T>(i, n, stream, vector_at, prefetch_at);
     for (; i + L::kCount <= n; i += L::kCount) stream(i, vector_at(i));
     _mm_sfence();  // order the streamed stores before any later store
   } else if (vectors) {
+    // A store that straddles two cache lines costs two: a long loop aligns.
+    if (n >= 4 * L::kCount) align_output();
     if (n * sizeof(T) >= kPrefetchedOperandBytes) {
       i = put_lines<T>(i, n, store, vector_at, prefetch_at);
+    }
+    // Four vectors a pass, each loaded and stored before the next is
+    // loaded, so the chunk of the overlap test stays one vector.
+    for (; i + 4 * L::kCount <= n; i += 4 * L::kCount) {
+      store(i, vector_at(i));
+      store(i + L::kCount, vector_at(i + L::kCount));
+      store(i + 2 * L::kCount, vector_at(i + 2 * L::kCount));
+      store(i + 3 * L::kCount, vector_at(i + 3 * L::kCount));
     }
     for (; i + L::kCount <= n; i += L::kCount) store(i, vector_at(i));
   }
   for (; i < n; ++i) out[i] = scalar_at(i);
 }
 
+// out[i] = v for i in 0..n-1: v is held before the first store, so the
+// order of the stores cannot show.
+template <typename T>
+inline void fill_elements(unsigned long n, T* out, T v) {
+  const auto lanes = Lanes256<T>::splat(v);
+  write_elements(
+      n, out, true, true, [v](unsigned long) { return v; },
+      [lanes](unsigned long) { return lanes; }, [](unsigned long) {});
+}
+
 // out[i] = op(in[i]...) for i in 0..n-1, ascending. `op` is called with
-// scalars of T and with Lanes128<T>::Vec.
+// scalars of T and with Lanes256<T>::Vec.
 template <typename T, class Op, class... In>
 inline void map_elements(unsigned long n, T* out, Op op, const In*... in) {
-  using L = Lanes128<T>;
+  using L = Lanes256<T>;
   // The element functions hold copies of the operator and the pointers:
   // held by reference, they would be read again from memory after every
   // store to out, which might have changed them.

@@ -14,10 +14,7 @@ void x86VectorFillScalar(unsigned long n, T v, T* y) {
   if constexpr (std::is_same_v<T, unsigned char>) {
     if (n != 0) std::memset(y, v, n);
   } else {
-    const auto lanes = ::numbra::Lanes128<T>::splat(v);
-    ::numbra::write_elements(
-        n, y, true, true, [v](unsigned long) { return v; },
-        [lanes](unsigned long) { return lanes; }, [](unsigned long) {});
+    ::numbra::fill_elements(n, y, v);
   }
 }
 

@@ -1,7 +1,7 @@
-// 128-bit SSE lanes for the plain operators, which are built for baseline
-// x86-64 plus SSE3. Vec is a GCC vector type, so +, -, * and / and mixing with
-// a scalar of T (broadcast) read the same as in scalar code: one operator
-// body serves the vector body of a loop and its scalar tail.
+// 128-bit SSE lanes, for code whose steps are four floats or two doubles
+// wide (the transposes' tile rows). Vec is a GCC vector type, so +, -, *
+// and / and mixing with a scalar of T (broadcast) read the same as in scalar
+// code: one operator body serves the vector body of a loop and its tail.
 #ifndef NUMBRA_VECTOR_LANES128_H
 #define NUMBRA_VECTOR_LANES128_H
 

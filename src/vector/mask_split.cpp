@@ -13,8 +13,8 @@ template <typename T>
 struct KeptAbove {
   T threshold;
   T operator()(T mask) const { return threshold < mask ? T(1) : T(0); }
-  typename Lanes128<T>::Vec operator()(typename Lanes128<T>::Vec mask) const {
-    return Lanes128<T>::one_if_less(Lanes128<T>::splat(threshold), mask);
+  typename Lanes256<T>::Vec operator()(typename Lanes256<T>::Vec mask) const {
+    return Lanes256<T>::one_if_less(Lanes256<T>::splat(threshold), mask);
   }
 };
 

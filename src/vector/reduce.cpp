@@ -1,7 +1,7 @@
 // Reductions. Sums have one accumulator of T and run in ascending order: a
 // split into partial sums would round differently, so they stay serial.
 #include "numbra.h"
-#include "vector/lanes128.h"
+#include "vector/lanes256.h"
 
 namespace ZETL {
 namespace numbra {
@@ -54,7 +54,7 @@ struct Extremes {
 // so that the compare chains overlap, each lane over its own stride of x.
 template <typename T, bool kWithMinimum>
 Extremes<T> extremes(unsigned long n, const T* x) {
-  using L = ::numbra::Lanes128<T>;
+  using L = ::numbra::Lanes256<T>;
   constexpr unsigned long kStep = 2 * L::kCount;
   auto hi0 = L::splat(kMaxStart<T>), hi1 = hi0;
   auto lo0 = L::splat(kMinStart<T>), lo1 = lo0;

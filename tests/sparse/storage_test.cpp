@@ -31,6 +31,12 @@ TEST(SparseSizing, BytesOfEachForm) {
   EXPECT_EQ(s.list(), (std::vector<unsigned long>{28, 20, 12, 24}));
   sparse_bcsr_getSize<float>(3, 5, 6, 9, s.a, s.b, s.c, s.d);
   EXPECT_EQ(s.list(), (std::vector<unsigned long>{8, 6, 12, 24}));
+  // A grid of 70000 x 70000 blocks: mb * nb and m * nb pass the range of int.
+  const std::vector<unsigned long> wide_grid{19600000004ul, 9800000000ul, 2, 4};
+  sparse_bcsr_getSize<float>(70000, 70000, 1, 1, s.a, s.b, s.c, s.d);
+  EXPECT_EQ(s.list(), wide_grid);
+  sparse_bccs_getSize<float>(70000, 70000, 1, 1, s.a, s.b, s.c, s.d);
+  EXPECT_EQ(s.list(), wide_grid);
 
   // The COO-to-CCS call sizes its pointers from m, unlike the dense one.
   s = Sizes();

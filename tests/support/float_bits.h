@@ -125,8 +125,9 @@ std::vector<T> mixed_values(std::size_t n, std::uint32_t seed) {
 
 // Lengths on both sides of the 128-bit lane counts and well beyond them.
 inline const std::vector<unsigned long>& boundary_lengths() {
-  static const std::vector<unsigned long> lengths = {
-      0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 15, 16, 17, 31, 32, 33, 63, 64, 65, 127, 1000, 4099};
+  static const std::vector<unsigned long> lengths = {0,  1,  2,  3,  4,  5,   6,    7,   8,  9,
+                                                     15, 16, 17, 23, 24, 25,  31,   32,  33, 39,
+                                                     40, 41, 63, 64, 65, 127, 1000, 4099};
   return lengths;
 }
 

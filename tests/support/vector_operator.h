@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <string>
 #include <vector>
@@ -35,7 +36,7 @@ struct Placement {
 };
 
 inline std::vector<Placement> placements(long n) {
-  const long base = 16;           // room for shifts below the operands
+  const long base = 40;           // room for shifts below the operands
   const long far = n + 2 * base;  // distance that separates operands
   std::vector<Placement> result = {
       {"disjoint", base, base + far, base + 2 * far},
@@ -44,8 +45,12 @@ inline std::vector<Placement> placements(long n) {
       {"a is b", base, base, base + far},
       {"all the same", base, base, base},
   };
+  // Shifts within a vector, and past one vector and one unrolled pass.
+  std::vector<long> shifts = {-33, -17, 17, 33};
   for (long d = -9; d <= 9; ++d) {
-    if (d == 0) continue;
+    if (d != 0) shifts.push_back(d);
+  }
+  for (const long d : shifts) {
     const std::string shift = std::to_string(d);
     result.push_back({"out at a" + shift, base, base + far, base + d});
     result.push_back({"out at b" + shift, base, base + far, base + far + d});
@@ -61,7 +66,8 @@ void expect_ascending_loop_on_every_placement(const std::vector<VectorOperator<T
   for (const unsigned long n : boundary_lengths()) {
     if (n > 1000) continue;
     for (const Placement& at : placements(static_cast<long>(n))) {
-      const std::size_t arena_size = static_cast<std::size_t>(at.out + n + 2 * (n + 32) + 16);
+      const std::size_t arena_size =
+          static_cast<std::size_t>(std::max({at.a, at.b, at.out}) + long(n) + 16);
       const std::vector<T> initial =
           mixed_values<T>(arena_size, static_cast<std::uint32_t>(n * 131 + at.out));
       for (const VectorOperator<T>& op : ops) {
@@ -111,12 +117,13 @@ void expect_definition_everywhere(const std::vector<VectorOperator<T>>& ops) {
 // Operands long enough for the loops that stream from memory: past 1 MiB
 // the inputs are asked for ahead, and a disjoint output of 16 MiB or more is
 // stored around the caches, here from one element past a 16-byte boundary.
-// Each length runs with a disjoint output and in place.
+// Each length runs with a disjoint output, in place, and with the output
+// overlapping a, shifted within a vector and past one.
 template <typename T>
 void expect_ascending_loop_on_long_operands(const std::vector<VectorOperator<T>>& ops) {
   for (const unsigned long bytes : {1ul << 20, 16ul << 20}) {
     const unsigned long n = bytes / sizeof(T) + 5;
-    const std::vector<T> a = mixed_values<T>(n + 1, 5), b = mixed_values<T>(n + 1, 6),
+    const std::vector<T> a = mixed_values<T>(n + 9, 5), b = mixed_values<T>(n + 1, 6),
                          old = mixed_values<T>(n + 1, 7);
     for (const VectorOperator<T>& op : ops) {
       SCOPED_TRACE(op.name + ", n=" + std::to_string(n));
@@ -124,11 +131,17 @@ void expect_ascending_loop_on_long_operands(const std::vector<VectorOperator<T>>
       op.define(n, a.data(), b.data(), expected.data() + 1);
       op.run(n, a.data(), b.data(), actual.data() + 1);
       EXPECT_SAME_RESULTS(expected.data(), actual.data(), n + 1);
-      expected = a;
-      actual = a;
-      op.define(n, expected.data(), b.data(), expected.data());
-      op.run(n, actual.data(), b.data(), actual.data());
-      EXPECT_SAME_RESULTS(expected.data(), actual.data(), n + 1);
+      for (const unsigned long shift : {0ul, 3ul, 9ul}) {
+        for (const bool out_above : {true, false}) {
+          const unsigned long at_a = out_above ? 0 : 9, at_out = out_above ? shift : 9 - shift;
+          SCOPED_TRACE(std::string("out at a") + (out_above ? "+" : "-") + std::to_string(shift));
+          expected = a;
+          actual = a;
+          op.define(n, expected.data() + at_a, b.data(), expected.data() + at_out);
+          op.run(n, actual.data() + at_a, b.data(), actual.data() + at_out);
+          EXPECT_SAME_RESULTS(expected.data(), actual.data(), n + 9);
+        }
+      }
       if (::testing::Test::HasFailure()) return;
     }
   }
