@@ -40,12 +40,12 @@ void compress_blocks(int m, int n, const int* ptr, const int* idx, const float* 
                      int* blockPtr, unsigned short* lineLen, unsigned short* outIdx,
                      float* outVal) {
   const numbra::BlockGrid grid(m, n, blk);
-  const int nblocks = grid.blocks();
+  const unsigned long nblocks = grid.blocks();
   const int outerCount = kByColumns ? n : m;
   const BlockDivider blockIndex(blk);
   blockPtr[0] = 0;
 
-  auto blockOf = [&](int outerBlock, int innerBlock) {
+  auto blockOf = [&](long outerBlock, long innerBlock) {
     return kByColumns ? innerBlock * grid.nb + outerBlock : outerBlock * grid.nb + innerBlock;
   };
 
@@ -61,7 +61,7 @@ void compress_blocks(int m, int n, const int* ptr, const int* idx, const float* 
   if (grid.mb > 0 && grid.nb > 0) {
     for (int bi = 0; bi < grid.mb; ++bi) {
       for (int bj = 0; bj < grid.nb; ++bj) {
-        const int b = bi * grid.nb + bj;
+        const long b = static_cast<long>(bi) * grid.nb + bj;
         const int extent = kByColumns ? std::min(n - bj * blk, blk) : std::min(m - bi * blk, blk);
         blockPtr[b + 1] = blockPtr[b] + extent;
       }
@@ -70,7 +70,7 @@ void compress_blocks(int m, int n, const int* ptr, const int* idx, const float* 
   numbra::clear_bytes(lineLen, static_cast<std::size_t>(blockPtr[nblocks]) * 2);
 
   blockStart[0] = 0;
-  for (int b = 1; b < nblocks; ++b) blockStart[b] = blockStart[b - 1] + blockCount[b - 1];
+  for (unsigned long b = 1; b < nblocks; ++b) blockStart[b] = blockStart[b - 1] + blockCount[b - 1];
 
   for (int o = 0; o < outerCount; ++o) {
     const int outerBlock = o / blk;
@@ -78,7 +78,7 @@ void compress_blocks(int m, int n, const int* ptr, const int* idx, const float* 
     for (int e = ptr[o]; e < ptr[o + 1]; ++e) {
       const int inner = idx[e];
       const int innerBlock = blockIndex(inner);
-      const int b = blockOf(outerBlock, innerBlock);
+      const long b = blockOf(outerBlock, innerBlock);
       const std::int64_t p = blockStart[b] + blockFill[b];
       ++lineLen[blockPtr[b] + local];
       outIdx[p] = static_cast<unsigned short>(inner - innerBlock * blk);

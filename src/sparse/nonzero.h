@@ -28,7 +28,8 @@ constexpr float kNonzeroBelow = 9.99999993922529e-09f;
 struct BlockGrid {
   BlockGrid(int m, int n, int blk) : mb((m + blk - 1) / blk), nb((n + blk - 1) / blk) {}
   int mb, nb;
-  int blocks() const { return mb * nb; }
+  // Formed in unsigned long: a grid of 70000 by 70000 blocks exceeds int.
+  unsigned long blocks() const { return static_cast<unsigned long>(mb) * nb; }
 };
 
 inline void clear_bytes(void* p, std::size_t bytes) {
