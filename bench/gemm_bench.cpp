@@ -10,6 +10,7 @@
 #include <new>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "gemm_peers.h"
@@ -89,57 +90,86 @@ void register_product(const std::string& op, const std::string& variant, const s
   });
 }
 
-// The library through both instruction sets and every peer, on one form.
-void register_form(const std::string& op, const std::string& size, long m, long n, long k,
-                   Form form) {
-  const long lda = form.a_transposed ? m : k, ldb = form.b_transposed ? k : n;
+// The library through both instruction sets and every peer, on one product.
+void register_form(const std::string& op, const std::string& size, const PeerProduct& p) {
+  const long m = p.m, n = p.n, k = p.k;
+  const long lda = p.a_transposed ? m : k, ldb = p.b_transposed ? k : n;
   for (const auto& [variant, isa] : {std::pair{"fma", ISA_FMA}, {"avx", ISA_AVX}}) {
     register_product(
         op, variant, size, m, n, k,
         [=, isa = isa](const float* a, const float* b, float* c, float* ws) {
-          const auto gemm =
-              form.a_transposed
-                  ? (form.b_transposed ? nb::x86Gemm_tt<float> : nb::x86Gemm_tn<float>)
-                  : (form.b_transposed ? nb::x86Gemm_nt<float> : nb::x86Gemm_nn<float>);
-          gemm(isa, IMP_DEFAULT, 1, m, n, k, 1.0f, lda, a, ldb, b, ws, 0.0f, n, c);
+          const auto gemm = p.a_transposed
+                                ? (p.b_transposed ? nb::x86Gemm_tt<float> : nb::x86Gemm_tn<float>)
+                                : (p.b_transposed ? nb::x86Gemm_nt<float> : nb::x86Gemm_nn<float>);
+          gemm(isa, IMP_DEFAULT, 1, m, n, k, p.alpha, lda, a, ldb, b, ws, p.beta, n, c);
         });
   }
 #ifdef NUMBRA_BENCH_OPENBLAS
   register_product(op, "openblas", size, m, n, k,
                    [=](const float* a, const float* b, float* c, float*) {
-                     cblas_sgemm(CblasRowMajor, form.a_transposed ? CblasTrans : CblasNoTrans,
-                                 form.b_transposed ? CblasTrans : CblasNoTrans, m, n, k, 1.0f, a,
-                                 lda, b, ldb, 0.0f, c, n);
+                     cblas_sgemm(CblasRowMajor, p.a_transposed ? CblasTrans : CblasNoTrans,
+                                 p.b_transposed ? CblasTrans : CblasNoTrans, m, n, k, p.alpha, a,
+                                 lda, b, ldb, p.beta, c, n);
                    });
 #endif
+  using Peer = void (*)(const PeerProduct&, const float*, const float*, float*);
+  auto register_peer = [&](const char* name, Peer peer) {
+    register_product(op, name, size, m, n, k,
+                     [=](const float* a, const float* b, float* c, float*) { peer(p, a, b, c); });
+  };
 #ifdef NUMBRA_BENCH_BLIS
-  register_product(op, "blis", size, m, n, k,
-                   [=](const float* a, const float* b, float* c, float*) {
-                     blis_sgemm(m, n, k, form.a_transposed, form.b_transposed, a, b, c);
-                   });
+  register_peer("blis", blis_sgemm);
+#endif
+#ifdef NUMBRA_BENCH_ONEDNN
+  register_peer("onednn", onednn_sgemm);
 #endif
 #ifdef NUMBRA_BENCH_EIGEN
-  register_product(op, "eigen", size, m, n, k,
-                   [=](const float* a, const float* b, float* c, float*) {
-                     eigen_sgemm(m, n, k, form.a_transposed, form.b_transposed, a, b, c);
-                   });
+  register_peer("eigen", eigen_sgemm);
 #endif
+  (void)register_peer;
+}
+
+// C = op(A) op(B), with alpha = 1 and beta = 0 unless given.
+PeerProduct product(long m, long n, long k, Form form, float alpha = 1.0f, float beta = 0.0f) {
+  return {m, n, k, form.a_transposed, form.b_transposed, alpha, beta};
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+#ifdef NUMBRA_BENCH_BLIS
+  blis_use_haswell_kernels();
+#endif
   numbra_bench::pin_peer_blas(argv);
+#ifdef NUMBRA_BENCH_BLIS
+  benchmark::AddCustomContext("blis", blis_kernel_name());
+#endif
+#ifdef NUMBRA_BENCH_ONEDNN
+  benchmark::AddCustomContext("onednn", onednn_kernel_name());
+#endif
+#ifdef NUMBRA_BENCH_EIGEN
+  benchmark::AddCustomContext("eigen", "general matrix product, 8-lane AVX2 with FMA");
+#endif
   register_peaks();
-  for (const long size : {64, 128, 256, 512, 768, 1024, 1536, 2048}) {
-    register_form("sgemm_nn", std::to_string(size), size, size, size, kNN);
+  for (const long size : {64, 128, 256, 512, 768, 1000, 1024, 1536, 2048}) {
+    register_form("sgemm_nn", std::to_string(size), product(size, size, size, kNN));
   }
+  // Few rows, few columns, and a shallow depth.
+  for (const auto& [m, n, k] :
+       {std::tuple{64L, 4096L, 1024L}, {4096L, 64L, 1024L}, {1024L, 1024L, 64L}}) {
+    const std::string shape = std::to_string(m) + "x" + std::to_string(n) + "x" + std::to_string(k);
+    register_form("sgemm_nn(shape)", shape, product(m, n, k, kNN));
+    if (k == 64) {
+      register_form("sgemm_nn(alpha=beta=0.5)", shape, product(m, n, k, kNN, 0.5f, 0.5f));
+    }
+  }
+  register_form("sgemm_nn(alpha=beta=0.5)", "1024", product(1024, 1024, 1024, kNN, 0.5f, 0.5f));
   for (const Form& form : {kTN, kNT, kTT}) {
-    register_form(std::string("sgemm_") + form.name, "1024", 1024, 1024, 1024, form);
+    register_form(std::string("sgemm_") + form.name, "1024", product(1024, 1024, 1024, form));
   }
   // The skinny path: few rows of A against a transposed B.
   for (long m = 1; m <= 16; ++m) {
-    register_form("sgemm_nt(m=" + std::to_string(m) + ")", "1024", m, 1024, 1024, kNT);
+    register_form("sgemm_nt(m=" + std::to_string(m) + ")", "1024", product(m, 1024, 1024, kNT));
   }
   return numbra_bench::run(argc, argv);
 }

@@ -5,29 +5,31 @@
 
 #include <benchmark/benchmark.h>
 
-#ifdef NUMBRA_BENCH_OPENBLAS
 #include <unistd.h>
 
-#include <cblas.h>
 #include <cstdlib>
+
+#ifdef NUMBRA_BENCH_OPENBLAS
+#include <cblas.h>
 #endif
 
 namespace numbra_bench {
 
-// The peer chooses its kernels and threads when it is loaded, before main
-// runs, so the choice is made through the environment of a fresh start of
-// this program.
+// The peers choose their kernels and threads when they are loaded, before
+// main runs, so the choice is made through the environment of a fresh start
+// of this program: OpenBLAS on its Haswell kernels, and one thread for every
+// peer, including those threaded by OpenMP (BLIS, oneDNN).
 inline void pin_peer_blas(char** argv) {
-#ifdef NUMBRA_BENCH_OPENBLAS
-  if (std::getenv("OPENBLAS_CORETYPE") == nullptr) {
+  if (std::getenv("OMP_NUM_THREADS") == nullptr) {
+    setenv("OMP_NUM_THREADS", "1", 1);
     setenv("OPENBLAS_CORETYPE", "Haswell", 1);
     setenv("OPENBLAS_NUM_THREADS", "1", 1);
     execv("/proc/self/exe", argv);
   }
+#ifdef NUMBRA_BENCH_OPENBLAS
   openblas_set_num_threads(1);
   benchmark::AddCustomContext("openblas", openblas_get_corename());
 #else
-  (void)argv;
   benchmark::AddCustomContext("openblas", "not found at build time, comparison skipped");
 #endif
 }

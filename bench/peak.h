@@ -9,7 +9,7 @@ namespace numbra_bench {
 constexpr double kPeakFlopsPerStep = 12 * 8 * 2;
 
 float fma_chains(long steps);      // one fused multiply-add a chain a round
-float mul_add_chains(long steps);  // one multiply and one add a chain a round
+float mul_add_chains(long steps);  // an independent product added into each chain a round
 
 }  // namespace numbra_bench
 

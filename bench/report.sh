@@ -33,7 +33,7 @@ mkdir -p "$out" "$raw"
 # --- What the report needs beyond the build: gnuplot, and the peers, which
 # only count if they are there before the build.
 wanted=(gnuplot-nox)
-((skip_build)) || wanted+=(libopenblas-dev libblis-dev libeigen3-dev)
+((skip_build)) || wanted+=(libopenblas-dev libblis-dev libeigen3-dev libdnnl-dev)
 missing=()
 if command -v dpkg-query > /dev/null; then
   for p in "${wanted[@]}"; do

@@ -8,6 +8,7 @@ namespace {
 
 struct MultiplyThenAdd {
   // 6 x 16 micro-tiles: 12 accumulators, and one register for the products.
+  static constexpr bool kFused = false;
   static constexpr int kRows = 6;
   static constexpr int kGroups = 2;
   static __m256 step(__m256 acc, __m256 b, __m256 a) {

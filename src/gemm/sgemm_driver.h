@@ -1,6 +1,8 @@
-// The block driver of the packed single-precision GEMM, C = alpha * A * B +
-// beta * C for row-major A (m by k) and B (k by n). Included by the
-// per-instruction-set sources only (AVX).
+// The block schedule of the single-precision GEMM, C = alpha * A * B +
+// beta * C for row-major A (m by k) and B (k by n), which products whose C
+// overlaps A, B or itself follow (see sgemm_schedule.h): its block order
+// decides what later blocks read. Included by the per-instruction-set
+// sources only (AVX).
 //
 // The product is cut into blocks of 336 in rows, columns and depth. For each
 // block of C the accumulator is cleared; for each depth block, A and B are

@@ -4,8 +4,8 @@
 #ifndef NUMBRA_GEMM_SGEMM_EXPORTS_H
 #define NUMBRA_GEMM_SGEMM_EXPORTS_H
 
-#include "gemm/sgemm_driver.h"
 #include "gemm/sgemm_nt.h"
+#include "gemm/sgemm_schedule.h"
 #include "numbra.h"
 
 #define NUMBRA_SGEMM_KERNEL_N(isa, width, MulAdd)                                  \
@@ -26,7 +26,7 @@
   NUMBRA_SGEMM_KERNEL_N(isa, 8, MulAdd)                                                           \
   void x86_blas_sgemm_nn_##isa(int m, int n, int k, float alpha, float* a, int lda, float* b,     \
                                int ldb, float* ws, float beta, float* c, int ldc) {               \
-    ::numbra::gemm::sgemm_nn_blocks<MulAdd>(m, n, k, alpha, a, lda, b, ldb, ws, beta, c, ldc);    \
+    ::numbra::gemm::sgemm_nn<MulAdd>(m, n, k, alpha, a, lda, b, ldb, ws, beta, c, ldc);           \
   }                                                                                               \
   void sgemm_nt_##isa(int m, int n, int k, float alpha, int lda, const float* a, int pack_stride, \
                       float* scratch, int ldb, const float* b, float beta, int ldc, float* c) {   \

@@ -8,6 +8,7 @@ namespace {
 
 struct FusedMulAdd {
   // 4 x 24 micro-tiles: 12 accumulators, 7 loads for 12 multiply-adds.
+  static constexpr bool kFused = true;
   static constexpr int kRows = 4;
   static constexpr int kGroups = 3;
   static __m256 step(__m256 acc, __m256 b, __m256 a) { return _mm256_fmadd_ps(b, a, acc); }

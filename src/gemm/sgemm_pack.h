@@ -18,10 +18,10 @@
 
 #include <immintrin.h>
 
-#include <cmath>
 #include <cstddef>
 #include <cstring>
 
+#include "gemm/sgemm_blend.h"
 #include "gemm/sgemm_tiles.h"
 
 namespace numbra {
@@ -128,56 +128,26 @@ void clear_mem_large_blkc_nn(float* acc, int m, int n) {
   }
 }
 
-// c = blend(acc element, old c element), or blend(acc element) when c is
-// not to be read, over m rows and n columns: 8 lanes at a time, then one by
-// one. Every element is computed alone, so the grouping cannot show.
-template <bool kReadsC, class Blend>
-void blend_tile(const float* acc, int width, int m, int n, float* c, std::ptrdiff_t ldc,
-                Blend blend) {
-  for (int r = 0; r < m; ++r, acc += width, c += ldc) {
-    int j = 0;
-    for (; j + 8 <= n; j += 8) {
-      const __m256 a = _mm256_loadu_ps(acc + j);
-      if constexpr (kReadsC) {
-        _mm256_storeu_ps(c + j, blend(a, _mm256_loadu_ps(c + j)));
-      } else {
-        _mm256_storeu_ps(c + j, blend(a));
-      }
-    }
-    for (; j < n; ++j) {
-      if constexpr (kReadsC) {
-        c[j] = blend(acc[j], c[j]);
-      } else {
-        c[j] = blend(acc[j]);
-      }
-    }
-  }
-}
-
-inline bool near_one(float x) { return std::fabs(static_cast<double>(x + -1.0f)) < 1e-30; }
-inline bool near_zero(float x) { return std::fabs(static_cast<double>(x)) < 1e-30; }
-
 // Writes one tile of the accumulator (rows of 8 * ceil(n / 8) floats) to m
-// rows and n columns of c. The element rule is chosen once for the tile:
-// scales near one are not multiplied, and a beta near zero leaves c unread.
+// rows and n columns of c by the write-back rule of alpha and beta, chosen
+// once for the tile: 8 lanes at a time, then one by one. Every element is
+// computed alone, so the grouping cannot show.
 void save_mem_tiny_blkc_nn(float* acc, int m, int n, float alpha, float beta, float* c, int ldc) {
   const int width = widened(n);
-  if (near_one(alpha)) {
-    if (near_one(beta)) {
-      blend_tile<true>(acc, width, m, n, c, ldc, [](auto a, auto o) { return a + o; });
-    } else if (near_zero(beta)) {
-      blend_tile<false>(acc, width, m, n, c, ldc, [](auto a) { return a; });
-    } else {
-      blend_tile<true>(acc, width, m, n, c, ldc, [beta](auto a, auto o) { return o * beta + a; });
+  with_blend(choose_blend(alpha, beta), [&](auto rule) {
+    constexpr Blend R = decltype(rule)::value;
+    const __m256 alpha8 = _mm256_set1_ps(alpha), beta8 = _mm256_set1_ps(beta);
+    const float* a = acc;
+    float* row = c;
+    for (int r = 0; r < m; ++r, a += width, row += ldc) {
+      int j = 0;
+      for (; j + 8 <= n; j += 8) {
+        const __m256 old = reads_c(R) ? _mm256_loadu_ps(row + j) : __m256{};
+        _mm256_storeu_ps(row + j, blend<R>(_mm256_loadu_ps(a + j), old, alpha8, beta8));
+      }
+      for (; j < n; ++j) row[j] = blend<R>(a[j], reads_c(R) ? row[j] : 0.0f, alpha, beta);
     }
-  } else if (near_one(beta)) {
-    blend_tile<true>(acc, width, m, n, c, ldc, [alpha](auto a, auto o) { return a * alpha + o; });
-  } else if (near_zero(beta)) {
-    blend_tile<false>(acc, width, m, n, c, ldc, [alpha](auto a) { return a * alpha; });
-  } else {
-    blend_tile<true>(acc, width, m, n, c, ldc,
-                     [alpha, beta](auto a, auto o) { return a * alpha + o * beta; });
-  }
+  });
 }
 
 // Writes a finished m by n block to c, tile by tile.

@@ -1,11 +1,14 @@
-// The packed block driver against its definition: every element of C is the
-// ascending-depth chain of its products, written back once with the alpha
-// and beta rule, at the driver's addresses (rows inside a block of 336 lie n
-// floats apart). The workspace is exactly one worker's and lies against an
-// inaccessible page.
+// The single-precision GEMM driver against its definition: every element of
+// C is the ascending-depth chain of its products from +0, written back once
+// with the alpha and beta rule, at the driver's addresses (rows inside a
+// block of 336 lie n floats apart, blocks ldc rows apart). A, B, C and the
+// workspace (exactly one worker's) each lie against an inaccessible page,
+// after their last element and then before their first, so that a read or
+// write outside the stated ranges faults.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <random>
 #include <string>
@@ -34,84 +37,142 @@ const Twin kTwins[] = {{"fma", x86_blas_sgemm_nn_fma, Rounding::kFused},
 
 constexpr std::size_t kWorkspaceFloats = 1354752 / sizeof(float);
 
-std::vector<float> uniform_values(std::size_t n, unsigned seed) {
+// Values over twenty binary orders of magnitude, so that the order of the
+// additions shows in the rounding, with NaN, infinities and signed zeros
+// mixed in at `specials_percent` of the places.
+std::vector<float> values(std::size_t n, unsigned seed, int specials_percent) {
+  const float specials[] = {numbra_test::kNaN<float>, numbra_test::kInf<float>,
+                            -numbra_test::kInf<float>, 0.0f, -0.0f};
   std::mt19937 gen(seed);
-  std::uniform_real_distribution<float> dist(-1.0f, 1.0f);
+  std::uniform_real_distribution<float> mantissa(-1.0f, 1.0f);
+  std::uniform_int_distribution<int> exponent(-10, 10), percent(0, 99), special(0, 4);
   std::vector<float> v(n);
-  for (float& x : v) x = dist(gen);
+  for (float& x : v) {
+    x = percent(gen) < specials_percent ? specials[special(gen)]
+                                        : std::ldexp(mantissa(gen), exponent(gen));
+  }
   return v;
 }
 
-struct Shape {
-  int m, n, k;
-  int lda_extra = 0, ldb_extra = 0, ldc_extra = 0;
+// A driver call, described fluently and checked against the definition with
+// both twins, guard pages after and before every operand.
+class DriverTester {
+ public:
+  DriverTester& shape(int m, int n, int k) {
+    m_ = m, n_ = n, k_ = k;
+    return *this;
+  }
+  DriverTester& extra_strides(int lda, int ldb) {
+    lda_extra_ = lda, ldb_extra_ = ldb;
+    return *this;
+  }
+  DriverTester& ldc(int ldc) {
+    ldc_ = ldc;
+    return *this;
+  }
+  DriverTester& scales(float alpha, float beta) {
+    alpha_ = alpha, beta_ = beta;
+    return *this;
+  }
+  DriverTester& specials(int percent) {
+    specials_ = percent;
+    return *this;
+  }
+
+  void test() const {
+    for (const Guard guard : {Guard::kAfter, Guard::kBefore}) test(guard);
+  }
+
+ private:
+  void test(Guard guard) const {
+    const long m = std::max(m_, 0), n = std::max(n_, 0), k = std::max(k_, 0);
+    const int lda = k + lda_extra_, ldb = n + ldb_extra_, ldc = ldc_ < 0 ? n : ldc_;
+    // Each operand holds exactly its stated range.
+    const long a_size = m > 0 && k > 0 ? (m - 1) * lda + k : 0;
+    const long b_size = k > 0 && n > 0 ? (k - 1) * ldb + n : 0;
+    const long c_size = m > 0 && n > 0 ? numbra_test::driver_c_index(m - 1, n - 1, n, ldc) + 1 : 0;
+    const auto a = values(a_size, 11, specials_), b = values(b_size, 12, specials_);
+    const auto c0 = values(c_size, 13, std::max(specials_, 5));
+    for (const Twin& twin : kTwins) {
+      std::vector<float> expected = c0;
+      numbra_test::reference_sgemm_nn(twin.rounding, m_, n_, k_, alpha_, a.data(), lda, b.data(),
+                                      ldb, beta_, expected.data(), ldc);
+      GuardedBuffer<float> ga(a_size, guard), gb(b_size, guard), gc(c_size, guard);
+      GuardedBuffer<float> ws(kWorkspaceFloats, guard);
+      ga.assign(a.data());
+      gb.assign(b.data());
+      gc.assign(c0.data());
+      twin.driver(m_, n_, k_, alpha_, ga.data(), lda, gb.data(), ldb, ws.data(), beta_, gc.data(),
+                  ldc);
+      SCOPED_TRACE(std::string(twin.name) + " m=" + std::to_string(m_) +
+                   " n=" + std::to_string(n_) + " k=" + std::to_string(k_) +
+                   " ldc=" + std::to_string(ldc) + " alpha=" + numbra_test::describe(alpha_) +
+                   " beta=" + numbra_test::describe(beta_));
+      EXPECT_SAME_RESULTS(expected.data(), gc.data(), c0.size());
+      EXPECT_SAME_ARRAY_BITS(a.data(), ga.data(), a.size());
+      EXPECT_SAME_ARRAY_BITS(b.data(), gb.data(), b.size());
+    }
+  }
+
+  int m_ = 1, n_ = 1, k_ = 1, lda_extra_ = 0, ldb_extra_ = 0, ldc_ = -1, specials_ = 0;
+  float alpha_ = 1.5f, beta_ = -0.75f;
 };
 
-// Runs both twins on one shape with a guarded workspace and C, and compares
-// the whole of C with the definition.
-void check_shape(const Shape& s, float alpha, float beta, bool specials, Guard guard) {
-  const int lda = std::max(s.k, 0) + s.lda_extra, ldb = s.n + s.ldb_extra, ldc = s.n + s.ldc_extra;
-  const long m = s.m > 0 ? s.m : 0, n = s.n > 0 ? s.n : 0, k = s.k > 0 ? s.k : 0;
-  const auto a =
-      specials ? numbra_test::mixed_values<float>(m * lda, 11) : uniform_values(m * lda, 11);
-  const auto b =
-      specials ? numbra_test::mixed_values<float>(k * ldb, 12) : uniform_values(k * ldb, 12);
-  // C covers every address the driver may write: full row blocks ldc * 336
-  // apart, rows inside a block n apart.
-  const long c_size = m > 0 ? numbra_test::driver_c_index(m - 1, n - 1, n, ldc) + 1 : 0;
-  const auto c0 = numbra_test::mixed_values<float>(c_size > 0 ? c_size : 0, 13);
-  for (const Twin& twin : kTwins) {
-    std::vector<float> expected = c0;
-    numbra_test::reference_sgemm_nn(twin.rounding, s.m, s.n, s.k, alpha, a.data(), lda, b.data(),
-                                    ldb, beta, expected.data(), ldc);
-    GuardedBuffer<float> ws(kWorkspaceFloats, guard);
-    GuardedBuffer<float> c(c0.size(), guard);
-    c.assign(c0.data());
-    std::vector<float> a_copy = a, b_copy = b;
-    twin.driver(s.m, s.n, s.k, alpha, a_copy.data(), lda, b_copy.data(), ldb, ws.data(), beta,
-                c.data(), ldc);
-    SCOPED_TRACE(std::string(twin.name) + " m=" + std::to_string(s.m) + " n=" +
-                 std::to_string(s.n) + " k=" + std::to_string(s.k) + " ldc=" + std::to_string(ldc) +
-                 " alpha=" + std::to_string(alpha) + " beta=" + std::to_string(beta));
-    EXPECT_SAME_RESULTS(expected.data(), c.data(), c0.size());
-    if (::testing::Test::HasFailure()) return;
-  }
+TEST(SgemmDriver, RegisterTileEdges) {
+  // Strips of 6 rows and slivers of 16 columns, on both sides of each edge.
+  for (const int m : {1, 2, 5, 6, 7, 12, 13})
+    for (const int n : {1, 7, 8, 9, 15, 16, 17, 33})
+      for (const int k : {0, 1, 4, 15, 16, 17, 33})
+        DriverTester().shape(m, n, k).specials(3).test();
 }
 
-TEST(SgemmDriver, SmallShapesAcrossTileBoundaries) {
-  for (const int m : {1, 2, 3, 47, 48, 49, 50})
-    for (const int n : {1, 7, 8, 9, 40, 41, 47, 48, 49, 100})
-      for (const int k : {0, 1, 5, 13, 16, 47, 48, 49, 100})
-        check_shape({m, n, k}, 0.75f, -1.25f, false, Guard::kAfter);
+TEST(SgemmDriver, PanelWidthsAndDepthRuns) {
+  // Depths on both sides of the register-only limit (1024) and of uneven
+  // runs beyond it; widths across the panels that each depth gets.
+  for (const int k : {64, 257, 1024, 1025, 1537, 2049})
+    for (const int n : {63, 65, 129, 241, 257, 300}) DriverTester().shape(13, n, k).test();
 }
 
-TEST(SgemmDriver, ShapesAcrossBlockBoundaries) {
-  const Shape shapes[] = {{336, 336, 336}, {337, 9, 17},    {9, 337, 17},    {9, 17, 337},
-                          {400, 100, 50},  {383, 336, 336}, {337, 337, 337}, {700, 41, 23},
-                          {23, 700, 41},   {41, 23, 700}};
-  for (const Shape& s : shapes) {
-    for (const Guard guard : {Guard::kAfter, Guard::kBefore})
-      check_shape(s, 1.5f, 0.5f, false, guard);
-  }
+TEST(SgemmDriver, RowGroupsOfDeepProducts) {
+  // Deep products keep their sums between runs for a group of rows at a
+  // time; with rows of A copied (a stride of 3 x 512) the panel is wider
+  // and a group holds fewer rows: this one needs two.
+  DriverTester().shape(1000, 17, 1025).extra_strides(511, 0).test();
 }
 
-TEST(SgemmDriver, SpecialValuesAndScales) {
-  const float nan = std::numeric_limits<float>::quiet_NaN();
-  const float inf = std::numeric_limits<float>::infinity();
-  const float scales[] = {1.0f, 0.0f, -0.0f, 1e-31f, 1e-29f, nan, inf, -2.0f};
-  for (const float alpha : scales)
-    for (const float beta : scales) check_shape({50, 41, 13}, alpha, beta, true, Guard::kAfter);
+TEST(SgemmDriver, BlocksOf336Rows) {
+  // ldc separates the blocks of 336 rows; inside a block rows lie n apart.
+  DriverTester().shape(100, 40, 30).ldc(64).scales(1.0f, 0.0f).test();
+  DriverTester().shape(340, 40, 30).ldc(64).scales(1.0f, 0.0f).test();
+  DriverTester().shape(700, 37, 50).ldc(45).test();
+  DriverTester().shape(337, 337, 337).test();
 }
 
 TEST(SgemmDriver, StridesOfAAndB) {
-  check_shape({60, 50, 70, 5, 3, 0}, 0.5f, 2.0f, false, Guard::kAfter);
-  check_shape({400, 30, 20, 1, 7, 0}, 0.5f, 2.0f, false, Guard::kAfter);
+  DriverTester().shape(60, 50, 70).extra_strides(5, 3).test();
+  DriverTester().shape(400, 30, 20).extra_strides(1, 7).test();
+  // Rows of A 512 floats apart share cache sets and are copied before use.
+  DriverTester().shape(29, 40, 100).extra_strides(412, 0).test();
 }
 
-TEST(SgemmDriver, RowsInsideABlockLieNApartWhateverLdc) {
-  // Up to 336 rows ldc is never used; beyond, it separates row blocks.
-  check_shape({100, 40, 30, 0, 0, 24}, 1.0f, 0.0f, false, Guard::kAfter);
-  check_shape({340, 40, 30, 0, 0, 24}, 1.0f, 0.0f, false, Guard::kAfter);
+TEST(SgemmDriver, ScalesNearTheirThresholds) {
+  const float nan = numbra_test::kNaN<float>, inf = numbra_test::kInf<float>;
+  const float scales[] = {1.0f,
+                          0.0f,
+                          -0.0f,
+                          1e-31f,
+                          1e-29f,
+                          std::nextafter(1e-30f, 0.0f),
+                          std::nextafter(1e-30f, 1.0f),
+                          std::nextafter(1.0f, 0.0f),
+                          std::nextafter(1.0f, 2.0f),
+                          nan,
+                          inf,
+                          -inf,
+                          0.5f};
+  for (const float alpha : scales)
+    for (const float beta : scales)
+      DriverTester().shape(13, 33, 17).scales(alpha, beta).specials(5).test();
 }
 
 TEST(SgemmDriver, EmptyAndNegativeCountsLeaveCAlone) {
@@ -122,13 +183,42 @@ TEST(SgemmDriver, EmptyAndNegativeCountsLeaveCAlone) {
                   nothing.data(), 5);
     }
   }
-  // k of zero: no packing, C = alpha * 0 + beta * C through the tile rule.
-  check_shape({5, 9, 0}, 3.0f, 2.0f, false, Guard::kAfter);
-  check_shape({5, 9, -4}, std::numeric_limits<float>::infinity(), 0.0f, false, Guard::kAfter);
+  // Without depth, A and B are not read: C = alpha * 0 + beta * C.
+  DriverTester().shape(5, 9, 0).scales(3.0f, 2.0f).test();
+  DriverTester().shape(5, 9, -4).scales(numbra_test::kInf<float>, 0.0f).test();
+}
+
+// C overlapping A, B or itself: later blocks of 336 by 336 read what earlier
+// ones wrote, as the block order gives.
+void check_overlap(int m, int n, int k, long a_at, long b_at, long c_at, int ldc) {
+  const int lda = k, ldb = n;
+  const long size = std::max({a_at + long(m) * lda, b_at + long(k) * ldb,
+                              c_at + numbra_test::driver_c_index(m - 1, n - 1, n, ldc) + 1});
+  const auto memory = values(size, 21, 0);
+  for (const Twin& twin : kTwins) {
+    std::vector<float> expected = memory, actual = memory, ws(kWorkspaceFloats);
+    numbra_test::reference_sgemm_nn(twin.rounding, m, n, k, 0.5f, expected.data() + a_at, lda,
+                                    expected.data() + b_at, ldb, 0.25f, expected.data() + c_at,
+                                    ldc);
+    twin.driver(m, n, k, 0.5f, actual.data() + a_at, lda, actual.data() + b_at, ldb, ws.data(),
+                0.25f, actual.data() + c_at, ldc);
+    SCOPED_TRACE(std::string(twin.name) + " a at " + std::to_string(a_at) + ", b at " +
+                 std::to_string(b_at) + ", c at " + std::to_string(c_at));
+    EXPECT_SAME_RESULTS(expected.data(), actual.data(), memory.size());
+  }
+}
+
+TEST(SgemmDriver, OverlapFollowsTheBlockOrder) {
+  const int m = 400, n = 350, k = 40;
+  const long a_floats = long(m) * k, b_floats = long(k) * n;
+  check_overlap(m, n, k, 0, a_floats, 1000, n);                   // C over the end of A
+  check_overlap(m, n, k, b_floats + 7, 0, 3, n);                  // C over B
+  check_overlap(m, n, k, 0, a_floats, a_floats - 1, n);           // one float shared with A
+  check_overlap(m, n, k, 0, a_floats, a_floats + b_floats, 300);  // blocks of C overlap
 }
 
 TEST(SgemmDriver, NearZeroBetaLeavesOldCUnread) {
-  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const float nan = numbra_test::kNaN<float>;
   std::vector<float> a(4 * 4, 1.0f), b(4 * 4, 1.0f), ws(kWorkspaceFloats);
   for (const Twin& twin : kTwins) {
     for (const float beta : {0.0f, 1e-31f}) {

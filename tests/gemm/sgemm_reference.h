@@ -3,6 +3,7 @@
 #ifndef NUMBRA_TESTS_GEMM_SGEMM_REFERENCE_H
 #define NUMBRA_TESTS_GEMM_SGEMM_REFERENCE_H
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <vector>
@@ -44,15 +45,30 @@ inline std::ptrdiff_t driver_c_index(long i, long j, long n, long ldc) {
 }
 
 // C = alpha * A * B + beta * C as the packed driver computes it: each element
-// a chain over ascending depth from +0, then the write-back.
+// a chain over ascending depth from +0, then the write-back. Blocks of 336 by
+// 336 of C go in row-major order, each reading A and B before it writes C,
+// so that C overlapping A, B or itself gives what the block order gives.
 inline void reference_sgemm_nn(Rounding rounding, int m, int n, int k, float alpha, const float* a,
                                int lda, const float* b, int ldb, float beta, float* c, int ldc) {
-  for (long i = 0; i < m; ++i) {
-    for (long j = 0; j < n; ++j) {
-      float s = 0.0f;
-      for (long l = 0; l < k; ++l) s = chain_step(rounding, s, a[i * lda + l], b[l * ldb + j]);
-      float& out = c[driver_c_index(i, j, n, ldc)];
-      out = write_back(s, near_zero(beta) ? 0.0f : out, alpha, beta);
+  constexpr long kBlock = 336;
+  std::vector<float> sums(kBlock * kBlock);
+  for (long i0 = 0; i0 < m; i0 += kBlock) {
+    for (long j0 = 0; j0 < n; j0 += kBlock) {
+      const long rows = std::min(kBlock, m - i0), cols = std::min(kBlock, n - j0);
+      for (long i = 0; i < rows; ++i) {
+        for (long j = 0; j < cols; ++j) {
+          float s = 0.0f;
+          for (long l = 0; l < k; ++l)
+            s = chain_step(rounding, s, a[(i0 + i) * lda + l], b[l * ldb + j0 + j]);
+          sums[i * kBlock + j] = s;
+        }
+      }
+      for (long i = 0; i < rows; ++i) {
+        for (long j = 0; j < cols; ++j) {
+          float& out = c[driver_c_index(i0 + i, j0 + j, n, ldc)];
+          out = write_back(sums[i * kBlock + j], near_zero(beta) ? 0.0f : out, alpha, beta);
+        }
+      }
     }
   }
 }
