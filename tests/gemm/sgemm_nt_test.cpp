@@ -33,12 +33,15 @@ struct Twin {
 const Twin kTwins[] = {{"fma", sgemm_nt_fma, Rounding::kFused},
                        {"avx", sgemm_nt_avx, Rounding::kSeparate}};
 
-// Floats of A and B that the table of sources may reach, with either stride.
+// Floats of A and B that the table of sources reaches, with either stride:
+// rows lda apart, and the rows of a block k apart from its first.
 long a_extent(int m, int k, int lda) {
   if (m <= 0) return 0;
-  const long by_lda = static_cast<long>(m - 1) * lda + k;
-  const long by_k = static_cast<long>(m / 4 * 4) * lda + 3L * k + k;  // direct reads: r * k
-  return std::max(by_lda, by_k) + k;
+  const long full = m / 4 * 4, rest = m - full;
+  long extent = static_cast<long>(m - 1) * lda + k;
+  if (full > 0) extent = std::max(extent, (full - 4) * lda + 4L * k);
+  if (rest > 1) extent = std::max(extent, full * lda + rest * k);
+  return extent;
 }
 long b_extent(int n, int k, int ldb) {
   if (n <= 0) return 0;
