@@ -1,4 +1,4 @@
-// Matrix-vector products with ISA_FMA: at 4096 x 4096, where the matrix
+// Matrix-vector products with ISA_FMA and ISA_AVX: at 4096 x 4096, where the matrix
 // streams from memory, beside a plain read of the same bytes; at 256 x 256,
 // where it stays in the caches, beside a peer BLAS run on one thread with its
 // AVX2 kernels, when one was found at build time.
@@ -54,7 +54,7 @@ void register_product(const std::string& op, const std::string& variant, unsigne
 // sections side by side: a single stream leaves this machine's prefetchers
 // idle for part of the time, and the matrix products read four rows at once.
 constexpr unsigned long kStreams = 8;
-__attribute__((target("avx"))) float read_all(const float* p, unsigned long n) {
+__attribute__((target("avx2"))) float read_all(const float* p, unsigned long n) {
   const unsigned long section = n / kStreams / 8 * 8;
   __m256 s[kStreams];
   for (unsigned long k = 0; k < kStreams; ++k) s[k] = _mm256_setzero_ps();
@@ -79,27 +79,34 @@ void register_read(double bytes) {
                                });
 }
 
+// Both instruction sets of the library, each beside the peer.
+template <ISA_t kIsa>
+void register_twin(const std::string& suffix, unsigned long size) {
+  register_product("Gemv_n<float>" + suffix, "numbra", size, [](unsigned long s, Operands& v) {
+    nb::x86MatrixGemv_n<float>(kIsa, IMP_DEFAULT, 1, s, s, kAlpha, v.a.data(), v.x.data(), kBeta,
+                               v.y.data());
+  });
+  register_product("Gemv_t<float>" + suffix, "numbra", size, [](unsigned long s, Operands& v) {
+    nb::x86MatrixGemv_t<float>(kIsa, IMP_DEFAULT, 1, s, s, kAlpha, v.a.data(), v.x.data(), kBeta,
+                               v.y.data());
+  });
+#ifdef NUMBRA_BENCH_OPENBLAS
+  register_product("Gemv_n<float>" + suffix, "openblas", size, [](unsigned long s, Operands& v) {
+    cblas_sgemv(CblasRowMajor, CblasNoTrans, s, s, kAlpha, v.a.data(), s, v.x.data(), 1, kBeta,
+                v.y.data(), 1);
+  });
+  register_product("Gemv_t<float>" + suffix, "openblas", size, [](unsigned long s, Operands& v) {
+    cblas_sgemv(CblasRowMajor, CblasTrans, s, s, kAlpha, v.a.data(), s, v.x.data(), 1, kBeta,
+                v.y.data(), 1);
+  });
+#endif
+}
+
 void register_products() {
   const unsigned long streamed = 4096, cached = 256;
   for (const unsigned long size : {streamed, cached}) {
-    register_product("Gemv_n<float>", "numbra", size, [](unsigned long s, Operands& v) {
-      nb::x86MatrixGemv_n<float>(ISA_FMA, IMP_DEFAULT, 1, s, s, kAlpha, v.a.data(), v.x.data(),
-                                 kBeta, v.y.data());
-    });
-    register_product("Gemv_t<float>", "numbra", size, [](unsigned long s, Operands& v) {
-      nb::x86MatrixGemv_t<float>(ISA_FMA, IMP_DEFAULT, 1, s, s, kAlpha, v.a.data(), v.x.data(),
-                                 kBeta, v.y.data());
-    });
-#ifdef NUMBRA_BENCH_OPENBLAS
-    register_product("Gemv_n<float>", "openblas", size, [](unsigned long s, Operands& v) {
-      cblas_sgemv(CblasRowMajor, CblasNoTrans, s, s, kAlpha, v.a.data(), s, v.x.data(), 1, kBeta,
-                  v.y.data(), 1);
-    });
-    register_product("Gemv_t<float>", "openblas", size, [](unsigned long s, Operands& v) {
-      cblas_sgemv(CblasRowMajor, CblasTrans, s, s, kAlpha, v.a.data(), s, v.x.data(), 1, kBeta,
-                  v.y.data(), 1);
-    });
-#endif
+    register_twin<ISA_FMA>("", size);
+    register_twin<ISA_AVX>(" avx", size);
   }
   register_read(traffic(streamed));
 }

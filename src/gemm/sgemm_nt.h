@@ -17,12 +17,25 @@
 // on purpose: rows of A are lda apart in the panel but k apart when read
 // directly, and the one-row block steps through B by k. With lda and ldb
 // equal to k, as the GEMM entry point passes them, this is the true product.
+//
+// Schedule. Every element of C is its own sum: 8 lane partial sums over the
+// main extent in ascending steps, then a K tail, a pairwise lane reduction
+// and the output rule. Nothing ties one element's sum to another's, so the
+// blocks need not run one after the other, nor the elements of a tile
+// together. When the panel's blocks cannot overlap and the panel shares no
+// memory with A, B or C, every block is packed first, in the usual order, so
+// that the panel ends as it always does; up to four blocks then go through B
+// together (run_blocks), reading the values they packed straight from A.
+// Otherwise each block is packed and run in turn.
 #ifndef NUMBRA_GEMM_SGEMM_NT_H
 #define NUMBRA_GEMM_SGEMM_NT_H
 
 #include <immintrin.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
+#include <numeric>
 
 namespace numbra {
 namespace gemm {
@@ -79,78 +92,318 @@ inline void pack_panel(const float* a, std::ptrdiff_t lda, int rows, int k, floa
   }
 }
 
+// Rows of A laid out in runs of 8 columns: column kk of row r at
+// base[r * row_stride + (kk / 8) * run_stride + kk % 8]. The panel is
+// {scratch, 8, pack_stride}; A itself is {a, lda or k, 8}.
+struct RowRuns {
+  const float* base;
+  std::ptrdiff_t row_stride;
+  std::ptrdiff_t run_stride;
+  const float* run(int r, int kk) const { return base + r * row_stride + kk / kLanes * run_stride; }
+  float at(int r, int kk) const { return run(r, kk)[kk % kLanes]; }
+};
+
 // One block of rows and where its operands come from.
 struct NtBlock {
-  int k;
-  const float* panel;  // packed rows, or null when the block reads A directly
-  int pack_stride;
-  bool tail_from_panel;   // the K tail reads the panel rather than A
-  const float* a;         // row 0 of the block in A
-  std::ptrdiff_t a_rows;  // distance between rows of A read directly
-  const float* b;         // B
+  int rows;
+  RowRuns main;           // A in the main steps
+  RowRuns tail;           // A in the K tail
+  const float* a_direct;  // A read directly, rows k apart (leftover columns)
+  const float* b;
   std::ptrdiff_t b_rows;  // distance between rows of B
   int tile_columns;       // columns covered by tiles; the rest are leftover
   int main_extent;        // K covered by main steps of 8
-  float alpha, beta;
-  float* c;  // row 0 of the block in C
+  float* c;               // row 0 of the block in C
   std::ptrdiff_t ldc;
+  int k;
+  float alpha, beta;
 };
 
+// Main steps from k0 to k1 for rows [0, R) of a block and its columns
+// [j, j + C), continuing their partial sums: element (r, j + col) at
+// acc[col * R + r]. Column kk of row r of A comes from
+// a_runs.run(r, kk - a_origin).
 template <int R, int C, class MulAdd>
-void nt_row_block(const NtBlock& blk, int n) {
-  auto a_lanes = [&](int r, int kk) {
-    return blk.panel ? _mm256_loadu_ps(blk.panel + kk / kLanes * blk.pack_stride + r * kLanes)
-                     : _mm256_loadu_ps(blk.a + r * blk.a_rows + kk);
-  };
-  auto a_tail = [&](int r, int kk) {
-    return blk.tail_from_panel ? blk.panel[kk / kLanes * blk.pack_stride + r * kLanes + kk % kLanes]
-                               : blk.a[r * blk.a_rows + kk];
-  };
-  for (int j = 0; j < blk.tile_columns; j += C) {
-    const float* b_col[C];
-    for (int col = 0; col < C; ++col) b_col[col] = blk.b + (j + col) * blk.b_rows;
-    __m256 acc[R][C];
-    float tail[R][C];
+void tile_steps(const NtBlock& blk, const RowRuns& a_runs, int a_origin, int j, int k0, int k1,
+                __m256* acc) {
+  const float* b_col[C];
+  const float* a_row[R];
+#pragma GCC unroll 12
+  for (int col = 0; col < C; ++col) b_col[col] = blk.b + (j + col) * blk.b_rows + k0;
+#pragma GCC unroll 4
+  for (int r = 0; r < R; ++r) a_row[r] = a_runs.run(r, k0 - a_origin);
+  const std::ptrdiff_t a_step = a_runs.run_stride;
+  __m256 sum[R][C];
+#pragma GCC unroll 4
+  for (int r = 0; r < R; ++r) {
+#pragma GCC unroll 12
+    for (int col = 0; col < C; ++col) sum[r][col] = acc[col * R + r];
+  }
+  for (int steps = (k1 - k0) / kLanes; steps > 0; --steps) {
+    __m256 y[C];
+#pragma GCC unroll 12
+    for (int col = 0; col < C; ++col) {
+      y[col] = _mm256_loadu_ps(b_col[col]);
+      b_col[col] += kLanes;
+    }
+#pragma GCC unroll 4
     for (int r = 0; r < R; ++r) {
-      for (int col = 0; col < C; ++col) {
-        acc[r][col] = _mm256_setzero_ps();
-        tail[r][col] = 0.0f;
-      }
+      __m256 x = _mm256_loadu_ps(a_row[r]);
+      a_row[r] += a_step;
+      // Held in a register: folded into each multiply-add, the load would
+      // be repeated for every column.
+      __asm__("" : "+x"(x));
+#pragma GCC unroll 12
+      for (int col = 0; col < C; ++col) sum[r][col] = MulAdd::step(sum[r][col], y[col], x);
     }
-    for (int kk = 0; kk < blk.main_extent; kk += kLanes) {
-      __m256 x[R], y[C];
+  }
 #pragma GCC unroll 4
-      for (int r = 0; r < R; ++r) x[r] = a_lanes(r, kk);
-#pragma GCC unroll 4
-      for (int col = 0; col < C; ++col) y[col] = _mm256_loadu_ps(b_col[col] + kk);
-#pragma GCC unroll 4
+  for (int r = 0; r < R; ++r) {
+#pragma GCC unroll 12
+    for (int col = 0; col < C; ++col) acc[col * R + r] = sum[r][col];
+  }
+}
+
+// Row e of the 8 x 8 block v becomes its column e.
+inline void transpose_8x8(__m256 v[8]) {
+  __m256 t[8], u[8];
+#pragma GCC unroll 8
+  for (int i = 0; i < 8; i += 2) {
+    t[i] = _mm256_unpacklo_ps(v[i], v[i + 1]);
+    t[i + 1] = _mm256_unpackhi_ps(v[i], v[i + 1]);
+  }
+#pragma GCC unroll 8
+  for (int i = 0; i < 8; i += 4) {
+    u[i] = _mm256_shuffle_ps(t[i], t[i + 2], 0x44);
+    u[i + 1] = _mm256_shuffle_ps(t[i], t[i + 2], 0xEE);
+    u[i + 2] = _mm256_shuffle_ps(t[i + 1], t[i + 3], 0x44);
+    u[i + 3] = _mm256_shuffle_ps(t[i + 1], t[i + 3], 0xEE);
+  }
+#pragma GCC unroll 8
+  for (int i = 0; i < 4; ++i) {
+    v[i] = _mm256_permute2f128_ps(u[i], u[i + 4], 0x20);
+    v[i + 4] = _mm256_permute2f128_ps(u[i], u[i + 4], 0x31);
+  }
+}
+
+// Lanes [0, count) set: the masked loads touch nothing beyond them.
+inline __m256i first_lanes(int count) {
+  return _mm256_castps_si256(_mm256_cmp_ps(_mm256_setr_ps(0, 1, 2, 3, 4, 5, 6, 7),
+                                           _mm256_set1_ps(static_cast<float>(count)), _CMP_LT_OQ));
+}
+
+// The K tail, the lane reduction and the output of the R x C tile at column j.
+// A tile of eight elements does them in lanes, element e = r * C + col in
+// lane e: the products of up to 8 tail columns, turned so that vector t holds
+// column t's product of every element, are added in ascending order, and the
+// turned partial sums are added in the same pairs as one element's lanes.
+// Every element sees exactly the additions of its own serial definition.
+template <int R, int C>
+void finish_tile(const NtBlock& blk, int j, const __m256* acc) {
+  const float* b_col[C];
+#pragma GCC unroll 8
+  for (int col = 0; col < C; ++col) b_col[col] = blk.b + (j + col) * blk.b_rows;
+  alignas(32) float s[R * C];
+  if constexpr (R * C == 8) {
+    __m256 tail = _mm256_setzero_ps();
+    for (int kk = blk.main_extent; kk < blk.k; kk += kLanes) {
+      const int count = std::min(kLanes, blk.k - kk);
+      const __m256i mask = first_lanes(count);
+      __m256 x[R], y[C], p[8];
+#pragma GCC unroll 8
+      for (int r = 0; r < R; ++r) x[r] = _mm256_maskload_ps(blk.tail.run(r, kk), mask);
+#pragma GCC unroll 8
+      for (int col = 0; col < C; ++col) y[col] = _mm256_maskload_ps(b_col[col] + kk, mask);
+#pragma GCC unroll 8
       for (int r = 0; r < R; ++r) {
-#pragma GCC unroll 4
-        for (int col = 0; col < C; ++col) acc[r][col] = MulAdd::step(acc[r][col], y[col], x[r]);
+#pragma GCC unroll 8
+        for (int col = 0; col < C; ++col) p[r * C + col] = _mm256_mul_ps(x[r], y[col]);
+      }
+      transpose_8x8(p);
+#pragma GCC unroll 8
+      for (int t = 0; t < 8; ++t) {
+        if (t < count) tail = _mm256_add_ps(tail, p[t]);
       }
     }
+    __m256 l[8];
+#pragma GCC unroll 8
+    for (int e = 0; e < 8; ++e) l[e] = acc[e % C * R + e / C];
+    transpose_8x8(l);
+    const __m256 h = _mm256_add_ps(
+        _mm256_add_ps(_mm256_add_ps(_mm256_add_ps(l[0], l[1]), _mm256_add_ps(l[2], l[3])),
+                      _mm256_add_ps(l[4], l[5])),
+        _mm256_add_ps(l[6], l[7]));
+    _mm256_store_ps(s, _mm256_add_ps(tail, h));
+  } else {
+    float tail[R * C] = {};
     for (int kk = blk.main_extent; kk < blk.k; ++kk) {
+#pragma GCC unroll 8
       for (int r = 0; r < R; ++r) {
+#pragma GCC unroll 8
         for (int col = 0; col < C; ++col) {
-          const float p = a_tail(r, kk) * b_col[col][kk];
-          tail[r][col] = tail[r][col] + p;
+          const float p = blk.tail.at(r, kk) * b_col[col][kk];
+          tail[r * C + col] = tail[r * C + col] + p;
         }
       }
     }
-    for (int r = 0; r < R; ++r) {
-      for (int col = 0; col < C; ++col) {
-        const float s = tail[r][col] + reduce_lanes(acc[r][col]);
-        write_nt_output(blk.c + r * blk.ldc + j + col, s, blk.alpha, blk.beta);
+#pragma GCC unroll 8
+    for (int e = 0; e < R * C; ++e) s[e] = tail[e] + reduce_lanes(acc[e % C * R + e / C]);
+  }
+#pragma GCC unroll 8
+  for (int r = 0; r < R; ++r) {
+#pragma GCC unroll 8
+    for (int col = 0; col < C; ++col) {
+      write_nt_output(blk.c + r * blk.ldc + j + col, s[r * C + col], blk.alpha, blk.beta);
+    }
+  }
+}
+
+// A group of blocks goes through B by chunks of 24 columns and 128 columns
+// of K: each piece of B is loaded from memory once and serves every row of
+// the group. The group's rows of A for the K chunk are copied side by side
+// into a local panel (8 KiB for 16 rows): rows of A a multiple of 4 KiB
+// apart would otherwise all fall into the same few cache sets. Partial sums
+// wait in a local buffer from one K chunk to the next.
+//
+// The main steps run in register tiles of up to twelve elements (4 x 3,
+// 3 x 3, 2 x 6, 1 x 6): enough independent sums to hide the latency of the
+// step, in both twins (measured: narrower tiles for the unfused step, which
+// needs a register for its products, ran slower). Which elements share a
+// register tile changes nothing in any element's sum; the K tails and
+// outputs go by the block's own tiles.
+constexpr int register_columns(int rows) { return rows == 4 || rows == 3 ? 3 : 6; }
+
+constexpr int kChunkColumns = 24;
+constexpr int kChunkDepth = 128;
+constexpr int kGroupBlocks = 4;
+constexpr int kGroupRows = 4 * kGroupBlocks;
+
+// Register tiles R x W over columns [j, end), the last one narrower.
+template <int R, int W, class MulAdd>
+void steps_over_columns(const NtBlock& blk, const RowRuns& a_runs, int a_origin, int j, int end,
+                        int k0, int k1, __m256* acc) {
+  for (; j + W <= end; j += W, acc += W * R) {
+    tile_steps<R, W, MulAdd>(blk, a_runs, a_origin, j, k0, k1, acc);
+  }
+  if constexpr (W > 1) {
+    if (j < end) steps_over_columns<R, W - 1, MulAdd>(blk, a_runs, a_origin, j, end, k0, k1, acc);
+  }
+}
+
+// The main steps from k0 to k1 of one block's columns [j0, end), partial sums
+// from acc on, R vectors a column.
+template <class MulAdd>
+void block_steps(const NtBlock& blk, const RowRuns& a_runs, int a_origin, int j0, int end, int k0,
+                 int k1, __m256* acc) {
+  k1 = std::min(k1, blk.main_extent);
+  if (k1 <= k0) return;
+  switch (blk.rows) {
+    case 4:
+      return steps_over_columns<4, register_columns(4), MulAdd>(blk, a_runs, a_origin, j0, end, k0,
+                                                                k1, acc);
+    case 3:
+      return steps_over_columns<3, register_columns(3), MulAdd>(blk, a_runs, a_origin, j0, end, k0,
+                                                                k1, acc);
+    case 2:
+      return steps_over_columns<2, register_columns(2), MulAdd>(blk, a_runs, a_origin, j0, end, k0,
+                                                                k1, acc);
+    default:
+      return steps_over_columns<1, register_columns(1), MulAdd>(blk, a_runs, a_origin, j0, end, k0,
+                                                                k1, acc);
+  }
+}
+
+// The K tails and outputs of one block's tiles in columns [j0, end).
+template <int R, int C>
+void finish_over_columns(const NtBlock& blk, int j0, int end, const __m256* acc) {
+  for (int j = j0; j < end; j += C) finish_tile<R, C>(blk, j, acc + (j - j0) * R);
+}
+
+inline void block_finish(const NtBlock& blk, int j0, int end, const __m256* acc) {
+  switch (blk.rows) {
+    case 4:
+      return finish_over_columns<4, 2>(blk, j0, end, acc);
+    case 3:
+      return finish_over_columns<3, 3>(blk, j0, end, acc);
+    case 2:
+      return finish_over_columns<2, 4>(blk, j0, end, acc);
+    default:
+      return finish_over_columns<1, 4>(blk, j0, end, acc);
+  }
+}
+
+// The blocks blk[0..count) through B together, then their leftover columns.
+// A block on its own reads A from its main source; several read it from the
+// local panel (their main sources must then be A itself).
+template <class MulAdd>
+void run_blocks(const NtBlock* blk, int count, int n) {
+  // Columns a turn: a multiple of every register tile width.
+  int covered = 0, deepest = 0, rows = 0, step = 1;
+  for (int g = 0; g < count; ++g) {
+    covered = std::max(covered, blk[g].tile_columns);
+    deepest = std::max(deepest, blk[g].main_extent);
+    rows += blk[g].rows;
+    step = std::lcm(step, register_columns(blk[g].rows));
+  }
+  alignas(32) float panel[kGroupRows * kChunkDepth];
+  alignas(32) __m256 acc[kGroupRows * kChunkColumns];
+  for (int j0 = 0; j0 < covered; j0 += kChunkColumns) {
+    const int j1 = std::min(j0 + kChunkColumns, covered);
+    for (__m256& v : acc) v = _mm256_setzero_ps();
+    // A block on its own has nothing to share B with, and runs at full depth.
+    const int depth = count > 1 ? kChunkDepth : deepest;
+    for (int k0 = 0; k0 < deepest; k0 += depth) {
+      const int k1 = std::min(k0 + depth, deepest);
+      if (count > 1) {
+        float* run = panel;
+        for (int kk = k0; kk < k1; kk += kLanes) {
+          for (int g = 0; g < count; ++g) {
+            for (int r = 0; r < blk[g].rows; ++r, run += kLanes) {
+              _mm256_store_ps(run, _mm256_loadu_ps(blk[g].main.run(r, kk)));
+            }
+          }
+        }
       }
+      // The blocks take turns on each few columns of B, which stay in L1
+      // from the first block's loads to the last's.
+      for (int j = j0; j < j1; j += step) {
+        int row = 0;
+        for (int g = 0; g < count; ++g) {
+          const int end = std::min(j + step, blk[g].tile_columns);
+          __m256* tile_acc = acc + row * kChunkColumns + (j - j0) * blk[g].rows;
+          if (count > 1) {
+            const RowRuns runs{panel + row * kLanes, kLanes, rows * kLanes};
+            block_steps<MulAdd>(blk[g], runs, k0, j, end, k0, k1, tile_acc);
+          } else {
+            block_steps<MulAdd>(blk[g], blk[g].main, 0, j, end, k0, k1, tile_acc);
+          }
+          row += blk[g].rows;
+        }
+      }
+    }
+    const __m256* block_acc = acc;
+    for (int g = 0; g < count; ++g) {
+      block_finish(blk[g], j0, std::min(j1, blk[g].tile_columns), block_acc);
+      block_acc += blk[g].rows * kChunkColumns;
     }
   }
   // Leftover columns: plain dot products, with no lanes.
-  for (int j = blk.tile_columns; j < n; ++j) {
-    for (int r = 0; r < R; ++r) {
-      const float s = serial_dot(blk.a + r * blk.a_rows, blk.b + j * blk.b_rows, blk.k);
-      write_nt_output(blk.c + r * blk.ldc + j, s, blk.alpha, blk.beta);
+  for (int g = 0; g < count; ++g) {
+    const NtBlock& b = blk[g];
+    for (int j = b.tile_columns; j < n; ++j) {
+      for (int r = 0; r < b.rows; ++r) {
+        const float s = serial_dot(b.a_direct + r * std::ptrdiff_t(b.k), b.b + j * b.b_rows, b.k);
+        write_nt_output(b.c + r * b.ldc + j, s, b.alpha, b.beta);
+      }
     }
   }
+}
+
+// Whether [lo, lo + count) and [other, other + other_count) share memory.
+inline bool overlap(const float* lo, std::ptrdiff_t count, const float* other,
+                    std::ptrdiff_t other_count) {
+  const auto x = reinterpret_cast<std::uintptr_t>(lo), y = reinterpret_cast<std::uintptr_t>(other);
+  return x < y + other_count * sizeof(float) && y < x + count * sizeof(float);
 }
 
 template <class MulAdd>
@@ -158,43 +411,60 @@ void sgemm_nt(int m, int n, int k, float alpha, int lda, const float* a, int pac
               float* scratch, int ldb, const float* b, float beta, int ldc, float* c) {
   // Counts are rounded down by truncating division: a negative count covers
   // nothing.
-  auto block = [&](int i, bool packed, bool tail_from_panel, int tile_columns, int main_extent) {
+  const std::ptrdiff_t ld_a = lda, ld_b = ldb, ld_c = ldc;
+  auto block = [&](int i, int rows) {
     NtBlock blk;
-    blk.k = k;
-    blk.panel = packed ? scratch : nullptr;
-    blk.pack_stride = pack_stride;
-    blk.tail_from_panel = tail_from_panel;
-    blk.a = a + std::ptrdiff_t(i) * lda;
-    blk.a_rows = k;
+    blk.rows = rows;
+    blk.a_direct = a + i * ld_a;
+    const bool packed = rows > 1;
+    blk.main = packed ? RowRuns{scratch, kLanes, pack_stride} : RowRuns{blk.a_direct, 0, kLanes};
+    blk.tail = rows == 4 ? RowRuns{blk.a_direct, k, kLanes} : blk.main;
     blk.b = b;
-    blk.b_rows = packed ? ldb : k;
-    blk.tile_columns = tile_columns;
-    blk.main_extent = main_extent;
+    blk.b_rows = packed ? ld_b : k;
+    blk.tile_columns = rows == 4   ? n / 2 * 2
+                       : rows == 3 ? n / 3 * 3
+                       : rows == 2 ? n / 4 * 4
+                                   : n / 32 * 32;
+    blk.main_extent = rows == 4 ? k / 24 * 24 : rows == 1 ? k / 16 * 16 : k / 8 * 8;
+    blk.c = c + i * ld_c;
+    blk.ldc = ld_c;
+    blk.k = k;
     blk.alpha = alpha;
     blk.beta = beta;
-    blk.c = c + std::ptrdiff_t(i) * ldc;
-    blk.ldc = ldc;
     return blk;
   };
-  int i = 0;
-  for (; i + 4 <= m; i += 4) {
-    pack_panel(a + std::ptrdiff_t(i) * lda, lda, 4, k, scratch, pack_stride);
-    nt_row_block<4, 2, MulAdd>(block(i, true, false, n / 2 * 2, k / 24 * 24), n);
+  // Whether packing every block first leaves each block's values where it
+  // reads them: in A, and for the last block also in the panel.
+  const std::ptrdiff_t panel_floats = std::ptrdiff_t(k / kLanes) * pack_stride + 4 * kLanes;
+  const bool apart = m > 0 && n > 0 && k > 0 && lda >= 0 && ldb >= 0 && ldc >= 0 &&
+                     pack_stride >= 4 * kLanes &&
+                     !overlap(scratch, panel_floats, a, m * ld_a + 4 * std::ptrdiff_t(k)) &&
+                     !overlap(scratch, panel_floats, b, n * (ld_b + k) + k) &&
+                     !overlap(scratch, panel_floats, c, m * ld_c + n);
+  if (!apart) {
+    for (int i = 0; i < m; i += 4) {
+      const int rows = std::min(4, m - i);
+      if (rows > 1) pack_panel(a + i * ld_a, ld_a, rows, k, scratch, pack_stride);
+      const NtBlock blk = block(i, rows);
+      run_blocks<MulAdd>(&blk, 1, n);
+    }
+    return;
   }
-  switch (m - i) {
-    case 3:
-      pack_panel(a + std::ptrdiff_t(i) * lda, lda, 3, k, scratch, pack_stride);
-      nt_row_block<3, 3, MulAdd>(block(i, true, true, n / 3 * 3, k / 8 * 8), n);
-      break;
-    case 2:
-      pack_panel(a + std::ptrdiff_t(i) * lda, lda, 2, k, scratch, pack_stride);
-      nt_row_block<2, 4, MulAdd>(block(i, true, true, n / 4 * 4, k / 8 * 8), n);
-      break;
-    case 1:
-      nt_row_block<1, 4, MulAdd>(block(i, false, false, n / 32 * 32, k / 16 * 16), n);
-      break;
-    default:
-      break;
+  for (int i = 0; i < m; i += 4) {
+    const int rows = std::min(4, m - i);
+    if (rows > 1) pack_panel(a + i * ld_a, ld_a, rows, k, scratch, pack_stride);
+  }
+  NtBlock group[kGroupBlocks];
+  for (int i = 0; i < m; i += 4 * kGroupBlocks) {
+    int count = 0;
+    for (int row = i; row < std::min(m, i + 4 * kGroupBlocks); row += 4) {
+      group[count++] = block(row, std::min(4, m - row));
+    }
+    // The panel holds the last block only; blocks run together read A.
+    for (int g = 0; count > 1 && g < count; ++g) {
+      if (group[g].rows > 1) group[g].main = RowRuns{group[g].a_direct, ld_a, kLanes};
+    }
+    run_blocks<MulAdd>(group, count, n);
   }
 }
 

@@ -28,7 +28,12 @@ void add_scaled_rows(int n, const float* rows, std::ptrdiff_t stride, const floa
                      int vector_columns) {
   __m256 xr[kRows];
 #pragma GCC unroll 8
-  for (int r = 0; r < kRows; ++r) xr[r] = _mm256_set1_ps(x[r]);
+  for (int r = 0; r < kRows; ++r) {
+    xr[r] = _mm256_set1_ps(x[r]);
+  }
+  // Two steps a pass: one pointer update for both, which leaves room in
+  // the out-of-order window for more of the matrix in flight.
+#pragma GCC unroll 2
   for (int j = 0; j < vector_columns; j += 8) {
     __m256 tj = _mm256_loadu_ps(t + j);
 #pragma GCC unroll 8

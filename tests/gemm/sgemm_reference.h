@@ -75,9 +75,20 @@ inline void reference_sgemm_nn(Rounding rounding, int m, int n, int k, float alp
 
 // The skinny product C = alpha * A * B' + beta * C with its row blocks, tile
 // shapes, lane partial sums, K tails, leftover columns and mixed strides.
+// Blocks of two to four rows are copied into `panel` first (blocks of 8
+// columns pack_stride floats apart, rows 8 apart) and read from there; with
+// no panel given, one of 32-float blocks is used.
 inline void reference_sgemm_nt(Rounding rounding, int m, int n, int k, float alpha, int lda,
                                const float* a, int ldb, const float* b, float beta, int ldc,
-                               float* c) {
+                               float* c, int pack_stride = 32, float* panel = nullptr) {
+  std::vector<float> own_panel;
+  if (panel == nullptr) {
+    own_panel.resize(k > 0 ? k / 8 * 32 + 32 : 32);
+    panel = own_panel.data();
+  }
+  auto panel_at = [&](int r, int kk) -> float& {
+    return panel[static_cast<long>(kk / 8) * pack_stride + r * 8 + kk % 8];
+  };
   auto output = [&](float* out, float s) {
     const float product = s * alpha;
     if (beta != 0.0f) {
@@ -93,7 +104,16 @@ inline void reference_sgemm_nt(Rounding rounding, int m, int n, int k, float alp
                        bool tail_packed) {
     const float* block_a = a + static_cast<long>(i) * lda;
     const long b_rows = packed ? ldb : k;
-    auto a_panel = [&](int r, int kk) { return block_a[static_cast<long>(r) * lda + kk]; };
+    if (packed) {
+      for (int kk = 0; kk < k / 8 * 8; kk += 8)
+        for (int r = 0; r < rows; ++r)
+          for (int x = kk; x < kk + 8; ++x)
+            panel_at(r, x) = block_a[static_cast<long>(r) * lda + x];
+      for (int r = 0; r < rows; ++r)
+        for (int x = k / 8 * 8; x < k; ++x)
+          panel_at(r, x) = block_a[static_cast<long>(r) * lda + x];
+    }
+    auto a_panel = [&](int r, int kk) { return panel_at(r, kk); };
     auto a_direct = [&](int r, int kk) { return block_a[static_cast<long>(r) * k + kk]; };
     for (int j0 = 0; j0 < covered; j0 += tile_cols) {
       for (int r = 0; r < rows; ++r) {
