@@ -10,7 +10,6 @@
 #include <immintrin.h>
 
 #include <cstddef>
-#include <type_traits>
 
 namespace numbra {
 namespace gemm {
@@ -60,17 +59,6 @@ inline __m256i lanes_below(int count) {
   return _mm256_castps_si256(
       _mm256_cmp_ps(_mm256_cvtepi32_ps(index), _mm256_set1_ps(float(count)), _CMP_LT_OQ));
 }
-
-// Where the 16 floats of B for one depth step come from.
-struct PackedSliver {
-  // A packed sliver: depth steps 16 floats apart.
-  const float* b;
-  [[gnu::always_inline]] void next(__m256& lo, __m256& hi) {
-    lo = _mm256_loadu_ps(b);
-    hi = _mm256_loadu_ps(b + 8);
-    b += kSliverWidth;
-  }
-};
 
 // The full 6-row tile on a packed sliver is the hot loop of every product.
 // It is written in assembly: with both the product and the sum in flight,
@@ -184,24 +172,25 @@ template <class MulAdd>
 #undef NUMBRA_FUSED_STEP
 
 // t += A(rows, depth) * B(depth, 16) over k steps in ascending depth: each
-// element of t stays one chain of MulAdd steps. A's rows lie lda apart.
+// element of t stays one chain of MulAdd steps. A's rows lie lda apart; b is
+// a packed sliver, depth steps 16 floats apart.
 // Every 16 steps one cache line of each of the rows `ahead[0]` and
 // `ahead[1]` is asked for, at the same depth: the rows of the next strip,
 // which the caller spreads over its slivers. A prefetch never faults and
 // changes nothing but timing.
-template <int R, class MulAdd, class Sliver>
+template <int R, class MulAdd>
 [[gnu::always_inline]] inline void multiply(SumTile<R>& t, const float* a, std::ptrdiff_t lda,
-                                            int k, Sliver sliver, const float* const ahead[2]) {
+                                            int k, const float* b, const float* const ahead[2]) {
   if constexpr (R == kStripRows) {
-    if (k > 0) multiply_6x16_packed<MulAdd>(t, a, lda, k, sliver.b, ahead);
+    if (k > 0) multiply_6x16_packed<MulAdd>(t, a, lda, k, b, ahead);
     return;
   }
   const float* row[R];
 #pragma GCC unroll 6
   for (int r = 0; r < R; ++r) row[r] = a + r * lda;
   auto step = [&](int l) {
-    __m256 b_lo, b_hi;
-    sliver.next(b_lo, b_hi);
+    const __m256 b_lo = _mm256_loadu_ps(b + l * kSliverWidth);
+    const __m256 b_hi = _mm256_loadu_ps(b + l * kSliverWidth + 8);
 #pragma GCC unroll 6
     for (int r = 0; r < R; ++r) {
       const __m256 x = _mm256_broadcast_ss(row[r] + l);

@@ -7,9 +7,10 @@
 // schedule, since a partial sum stored to float memory and loaded back is
 // exact, and C is written once per element, after its whole depth. So the
 // work is ordered for the caches here:
-//  - B is packed once per column panel (256 columns) and depth run, into
-//    slivers of 16 columns, by the first strip of rows that uses it; A is
-//    never packed, the kernels broadcast straight from its rows.
+//  - B is packed once per column panel (sized below) and depth run, into
+//    slivers of 16 columns, before the strips of rows that use it. A is read
+//    in place, one broadcast per row and step, unless a strip's rows would
+//    share cache sets: then the strip is copied first.
 //  - Up to kRegisterDepth the whole depth stays in registers and the sums go
 //    straight to C. Deeper products run in equal depth runs of at most
 //    kRunDepth: sums between runs wait in the workspace, one 6 by 16 tile
@@ -196,7 +197,7 @@ void strip_times_panel(const PanelProblem& p, int i, int j0, int width, int l0, 
     } else {
       load(t, sums);
     }
-    multiply<R, MulAdd>(t, a_rows, a_stride, depth, PackedSliver{sliver}, ahead);
+    multiply<R, MulAdd>(t, a_rows, a_stride, depth, sliver, ahead);
     if (run + 1 < runs) {
       store(t, sums);
     } else {

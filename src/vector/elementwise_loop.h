@@ -14,7 +14,6 @@
 
 #include <cstdint>
 
-#include "vector/lanes128.h"  // the transposes' tile lanes
 #include "vector/lanes256.h"
 
 namespace numbra {
