@@ -4,7 +4,8 @@
 #ifndef NUMBRA_ACTIVATION_GATES_H
 #define NUMBRA_ACTIVATION_GATES_H
 
-namespace numbra {
+namespace numbra_internal {
+namespace {
 
 // value where gate > 0, otherwise +0.
 template <typename V>
@@ -30,6 +31,7 @@ inline V one_where_positive(V gate) {
   return gate > 0 ? V{} + 1 : V{};
 }
 
-}  // namespace numbra
+}  // namespace
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_ACTIVATION_GATES_H

@@ -7,10 +7,11 @@
 #include <type_traits>
 
 #include "activation/gates.h"
+#include "common/call_frame.h"
 #include "numbra.h"
-#include "vector/elementwise_loop.h"
+#include "simd/element_loop.h"
 
-namespace numbra {
+namespace numbra_internal {
 namespace {
 
 // Calls run(begin, end, s) for each plane [begin, end) of the first n
@@ -39,20 +40,19 @@ void for_each_plane(bool channel_shared, unsigned long n, unsigned long dim, int
 }
 
 }  // namespace
-}  // namespace numbra
+}  // namespace numbra_internal
 
 namespace ZETL {
 namespace numbra {
 
-using ::numbra::for_each_plane;
-using ::numbra::map_blended;
+using numbra_internal::for_each_plane;
+using numbra_internal::map_blended;
 
 template <typename T>
 void x86VectorPrelu(bool channel_shared, unsigned long n, unsigned long dim, int channels,
                     int batch, T alpha, const T* x, const T* slope, T beta, T* y) {
   if constexpr (std::is_same_v<T, float>) {
-    const double distance_from_one = std::fabs(alpha + -1.0f);
-    if (distance_from_one < 1e-30 && double(std::fabs(beta)) < 1e-30) {
+    if (numbra_internal::near_one(alpha) && numbra_internal::near_zero(beta)) {
       x86_cnn_prelu_avx(channel_shared, dim, channels, batch, x, slope, y);
       return;
     }
@@ -60,8 +60,8 @@ void x86VectorPrelu(bool channel_shared, unsigned long n, unsigned long dim, int
   for_each_plane(channel_shared, n, dim, channels, slope,
                  [=](unsigned long begin, unsigned long end, T s) {
                    const auto activation = [alpha, s](auto xi) {
-                     const auto neg = ::numbra::where_negative(xi, xi);
-                     const auto pos = ::numbra::where_positive(xi, xi);
+                     const auto neg = numbra_internal::where_negative(xi, xi);
+                     const auto pos = numbra_internal::where_positive(xi, xi);
                      return (neg * s + pos) * alpha;
                    };
                    map_blended(end - begin, y + begin, beta, activation, x + begin);
@@ -72,15 +72,15 @@ template <typename T>
 void x86VectorPreluBackward(bool channel_shared, unsigned long n, unsigned long dim, int channels,
                             T alpha, const T* x, const T* slope, const T* g, T beta, T* y) {
   // A zero input takes the slope side; a NaN input takes neither.
-  for_each_plane(
-      channel_shared, n, dim, channels, slope, [=](unsigned long begin, unsigned long end, T s) {
-        const auto gradient = [alpha, s](auto xi, auto gi) {
-          const auto side =
-              ::numbra::one_where_not_positive(xi) * s + ::numbra::one_where_positive(xi);
-          return side * gi * alpha;
-        };
-        map_blended(end - begin, y + begin, beta, gradient, x + begin, g + begin);
-      });
+  for_each_plane(channel_shared, n, dim, channels, slope,
+                 [=](unsigned long begin, unsigned long end, T s) {
+                   const auto gradient = [alpha, s](auto xi, auto gi) {
+                     const auto side = numbra_internal::one_where_not_positive(xi) * s +
+                                       numbra_internal::one_where_positive(xi);
+                     return side * gi * alpha;
+                   };
+                   map_blended(end - begin, y + begin, beta, gradient, x + begin, g + begin);
+                 });
 }
 
 #define NUMBRA_INSTANTIATE_PRELU(T)                                                             \

@@ -3,9 +3,11 @@
 // both and -0 stays -0), plane by plane with no index arithmetic.
 #include <immintrin.h>
 
-#include "activation/map_lanes256.h"
+#include "common/call_frame.h"
 #include "numbra.h"
+#include "simd/map_lanes256.h"
 
+namespace numbra_internal {
 namespace {
 
 struct Prelu {
@@ -24,17 +26,19 @@ struct Prelu {
 };
 
 }  // namespace
+}  // namespace numbra_internal
 
 extern "C" void x86_cnn_prelu_avx(bool channel_shared, unsigned long dim, int channels, int batch,
                                   const float* x, const float* slope, float* y) {
   if (batch <= 0 || channels <= 0) return;
   // Steps start afresh at every plane, so none straddles two slopes.
   const unsigned long planes = static_cast<unsigned long>(batch) * channels;
-  const bool streaming = numbra::streams_output(planes * dim, x, y);
+  const bool streaming = numbra_internal::streams_output(planes * dim, x, y);
   for (unsigned long plane = 0; plane < planes; ++plane) {
     const int channel = static_cast<int>(plane % channels);
     const float s = channel_shared ? slope[0] : slope[channel];
     const unsigned long offset = plane * dim;
-    numbra::map_lanes256(dim, x + offset, y + offset, streaming, Prelu{s});
+    numbra_internal::map_lanes256(dim, x + offset, y + offset, streaming,
+                                  numbra_internal::Prelu{s});
   }
 }

@@ -4,20 +4,22 @@
 #include <type_traits>
 
 #include "activation/gates.h"
+#include "common/call_frame.h"
 #include "numbra.h"
-#include "vector/elementwise_loop.h"
+#include "simd/element_loop.h"
 
 namespace ZETL {
 namespace numbra {
 
-using ::numbra::map_blended;
-using ::numbra::where_positive;
+using numbra_internal::map_blended;
+using numbra_internal::where_positive;
 
 template <typename T>
 void x86VectorRelu(ISA_t isa, IMP_t, unsigned long n, T alpha, const T* x, T beta, T* y) {
   if constexpr (std::is_same_v<T, float>) {
     // The kernel has no fused arithmetic, so both instruction sets share it.
-    if (isa == ISA_FMA || isa == ISA_AVX) vectorRelu_avx<float>(n, alpha, x, beta, y);
+    const auto kernel = &vectorRelu_avx<float>;
+    if (const auto relu = numbra_internal::for_isa(isa, kernel, kernel)) relu(n, alpha, x, beta, y);
   } else {
     map_blended(
         n, y, beta, [alpha](auto xi) { return where_positive(xi, xi * alpha); }, x);

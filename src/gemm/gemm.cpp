@@ -6,22 +6,18 @@
 #include <cstdlib>
 #include <type_traits>
 
+#include "common/call_frame.h"
 #include "gemm/sgemm_tiles.h"
 #include "layout/transpose.h"
 #include "numbra.h"
 
-namespace ZETL {
-namespace numbra {
-
+namespace numbra_internal {
 namespace {
 
-// ISA_FMA first, then ISA_AVX; any other value does nothing.
 void sgemm_nn(ISA_t isa, unsigned long m, unsigned long n, unsigned long k, float alpha,
               const float* a, unsigned long lda, const float* b, unsigned long ldb, float* ws,
               float beta, float* c, unsigned long ldc) {
-  auto driver = isa == ISA_FMA   ? x86_blas_sgemm_nn_fma
-                : isa == ISA_AVX ? x86_blas_sgemm_nn_avx
-                                 : nullptr;
+  const auto driver = for_isa(isa, x86_blas_sgemm_nn_fma, x86_blas_sgemm_nn_avx);
   if (driver == nullptr) return;
   driver(int(m), int(n), int(k), alpha, const_cast<float*>(a), int(lda), const_cast<float*>(b),
          int(ldb), ws, beta, c, int(ldc));
@@ -57,7 +53,7 @@ void dgemm_float_sum(unsigned long m, unsigned long n, unsigned long k, double a
         s = static_cast<float>(static_cast<double>(s) + p);
       }
       double& out = c[i * ldc + j];
-      const double t = beta != 0.0 ? out * beta : 0.0;
+      const double t = !numbra_internal::zero_beta(beta) ? out * beta : 0.0;
       const double scaled = static_cast<double>(s) * alpha;
       out = scaled + t;
     }
@@ -67,16 +63,28 @@ void dgemm_float_sum(unsigned long m, unsigned long n, unsigned long k, double a
 template <typename T>
 constexpr bool kSingle = std::is_same_v<T, float>;
 
+// Workspace of one worker: three regions of a 336 by 336 block. The double
+// figure is reported for callers that size by it; no double form uses it.
+template <typename T>
+unsigned long workspace_bytes(int nthreads) {
+  const unsigned long per_worker = numbra_internal::kWorkspaceBytes / sizeof(float) * sizeof(T);
+  return nthreads > 0 ? static_cast<unsigned long>(nthreads) * per_worker : per_worker;
+}
+
 }  // namespace
+}  // namespace numbra_internal
+
+namespace ZETL {
+namespace numbra {
 
 template <typename T>
 void x86Gemm_nn(ISA_t isa, IMP_t, int, unsigned long m, unsigned long n, unsigned long k, T alpha,
                 unsigned long lda, const T* a, unsigned long ldb, const T* b, T* ws, T beta,
                 unsigned long ldc, T* c) {
-  if constexpr (kSingle<T>) {
-    sgemm_nn(isa, m, n, k, alpha, a, lda, b, ldb, ws, beta, c, ldc);
+  if constexpr (numbra_internal::kSingle<T>) {
+    numbra_internal::sgemm_nn(isa, m, n, k, alpha, a, lda, b, ldb, ws, beta, c, ldc);
   } else {
-    dgemm_float_sum<false, false>(m, n, k, alpha, lda, a, ldb, b, beta, ldc, c);
+    numbra_internal::dgemm_float_sum<false, false>(m, n, k, alpha, lda, a, ldb, b, beta, ldc, c);
   }
 }
 
@@ -84,13 +92,13 @@ template <typename T>
 void x86Gemm_tn(ISA_t isa, IMP_t, int, unsigned long m, unsigned long n, unsigned long k, T alpha,
                 unsigned long lda, const T* a, unsigned long ldb, const T* b, T* ws, T beta,
                 unsigned long ldc, T* c) {
-  if constexpr (kSingle<T>) {
+  if constexpr (numbra_internal::kSingle<T>) {
     // Without the copy the driver still runs, with a null A.
-    float* a_rows = transposed_copy(m, k, lda, a);
-    sgemm_nn(isa, m, n, k, alpha, a_rows, k, b, ldb, ws, beta, c, ldc);
+    float* a_rows = numbra_internal::transposed_copy(m, k, lda, a);
+    numbra_internal::sgemm_nn(isa, m, n, k, alpha, a_rows, k, b, ldb, ws, beta, c, ldc);
     std::free(a_rows);
   } else {
-    dgemm_float_sum<true, false>(m, n, k, alpha, lda, a, ldb, b, beta, ldc, c);
+    numbra_internal::dgemm_float_sum<true, false>(m, n, k, alpha, lda, a, ldb, b, beta, ldc, c);
   }
 }
 
@@ -98,18 +106,18 @@ template <typename T>
 void x86Gemm_nt(ISA_t isa, IMP_t, int, unsigned long m, unsigned long n, unsigned long k, T alpha,
                 unsigned long lda, const T* a, unsigned long ldb, const T* b, T* ws, T beta,
                 unsigned long ldc, T* c) {
-  if constexpr (kSingle<T>) {
+  if constexpr (numbra_internal::kSingle<T>) {
     if (m > 16) {
       // Without the copy the driver still runs, with a null B.
-      float* b_rows = transposed_copy(k, n, ldb, b);
-      sgemm_nn(isa, m, n, k, alpha, a, lda, b_rows, n, ws, beta, c, ldc);
+      float* b_rows = numbra_internal::transposed_copy(k, n, ldb, b);
+      numbra_internal::sgemm_nn(isa, m, n, k, alpha, a, lda, b_rows, n, ws, beta, c, ldc);
       std::free(b_rows);
     } else {
       // One panel of 32 floats per 8 columns of depth, and one more; the
       // kernels run whatever the allocation gave.
       constexpr int kPanelStride = 32;
       float* scratch = static_cast<float*>(std::malloc((k >> 3 << 7) + 128));
-      auto skinny = isa == ISA_FMA ? sgemm_nt_fma : isa == ISA_AVX ? sgemm_nt_avx : nullptr;
+      const auto skinny = numbra_internal::for_isa(isa, sgemm_nt_fma, sgemm_nt_avx);
       if (skinny != nullptr) {
         skinny(int(m), int(n), int(k), alpha, int(lda), a, kPanelStride, scratch, int(ldb), b, beta,
                int(ldc), c);
@@ -117,7 +125,7 @@ void x86Gemm_nt(ISA_t isa, IMP_t, int, unsigned long m, unsigned long n, unsigne
       std::free(scratch);
     }
   } else {
-    dgemm_float_sum<false, true>(m, n, k, alpha, lda, a, ldb, b, beta, ldc, c);
+    numbra_internal::dgemm_float_sum<false, true>(m, n, k, alpha, lda, a, ldb, b, beta, ldc, c);
   }
 }
 
@@ -125,53 +133,41 @@ template <typename T>
 void x86Gemm_tt(ISA_t isa, IMP_t, int, unsigned long m, unsigned long n, unsigned long k, T alpha,
                 unsigned long lda, const T* a, unsigned long ldb, const T* b, T* ws, T beta,
                 unsigned long ldc, T* c) {
-  if constexpr (kSingle<T>) {
-    float* a_rows = allocate_floats(m * k);
-    float* b_rows = allocate_floats(n * k);
+  if constexpr (numbra_internal::kSingle<T>) {
+    float* a_rows = numbra_internal::allocate_floats(m * k);
+    float* b_rows = numbra_internal::allocate_floats(n * k);
     // If either copy failed, C stays as it was and the other copy is not
     // given back.
     if (a_rows == nullptr || b_rows == nullptr) return;
-    transposeMatrix<float>(int(k), int(m), int(lda), a, int(k), a_rows);
-    transposeMatrix<float>(int(n), int(k), int(ldb), b, int(n), b_rows);
-    sgemm_nn(isa, m, n, k, alpha, a_rows, k, b_rows, n, ws, beta, c, ldc);
+    numbra_internal::transposeMatrix<float>(int(k), int(m), int(lda), a, int(k), a_rows);
+    numbra_internal::transposeMatrix<float>(int(n), int(k), int(ldb), b, int(n), b_rows);
+    numbra_internal::sgemm_nn(isa, m, n, k, alpha, a_rows, k, b_rows, n, ws, beta, c, ldc);
     std::free(a_rows);
     std::free(b_rows);
   } else {
-    dgemm_float_sum<true, true>(m, n, k, alpha, lda, a, ldb, b, beta, ldc, c);
+    numbra_internal::dgemm_float_sum<true, true>(m, n, k, alpha, lda, a, ldb, b, beta, ldc, c);
   }
 }
-
-namespace {
-
-// Workspace of one worker: three regions of a 336 by 336 block. The double
-// figure is reported for callers that size by it; no double form uses it.
-template <typename T>
-unsigned long workspace_bytes(int nthreads) {
-  const unsigned long per_worker = ::numbra::gemm::kWorkspaceBytes / sizeof(float) * sizeof(T);
-  return nthreads > 0 ? static_cast<unsigned long>(nthreads) * per_worker : per_worker;
-}
-
-}  // namespace
 
 template <typename T>
 unsigned long x86GemmNNGetSize(int nthreads, unsigned long, unsigned long, unsigned long,
                                unsigned long, unsigned long, unsigned long) {
-  return workspace_bytes<T>(nthreads);
+  return numbra_internal::workspace_bytes<T>(nthreads);
 }
 template <typename T>
 unsigned long x86GemmNTGetSize(int nthreads, unsigned long, unsigned long, unsigned long,
                                unsigned long, unsigned long, unsigned long) {
-  return workspace_bytes<T>(nthreads);
+  return numbra_internal::workspace_bytes<T>(nthreads);
 }
 template <typename T>
 unsigned long x86GemmTNGetSize(int nthreads, unsigned long, unsigned long, unsigned long,
                                unsigned long, unsigned long, unsigned long) {
-  return workspace_bytes<T>(nthreads);
+  return numbra_internal::workspace_bytes<T>(nthreads);
 }
 template <typename T>
 unsigned long x86GemmTTGetSize(int nthreads, unsigned long, unsigned long, unsigned long,
                                unsigned long, unsigned long, unsigned long) {
-  return workspace_bytes<T>(nthreads);
+  return numbra_internal::workspace_bytes<T>(nthreads);
 }
 
 #define NUMBRA_INSTANTIATE_GEMM(T)                                                               \

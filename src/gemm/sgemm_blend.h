@@ -9,14 +9,10 @@
 #include <cmath>
 #include <type_traits>
 
-namespace numbra {
-namespace gemm {
-namespace {
+#include "common/call_frame.h"
 
-// x + (-1) in float, or x itself, widened to double, below 1e-30 in
-// magnitude. A NaN is near nothing.
-inline bool near_one(float x) { return std::fabs(static_cast<double>(x + -1.0f)) < 1e-30; }
-inline bool near_zero(float x) { return std::fabs(static_cast<double>(x)) < 1e-30; }
+namespace numbra_internal {
+namespace {
 
 enum class Blend {
   kAddOld,         // a + o
@@ -73,7 +69,6 @@ inline void with_blend(Blend rule, F&& f) {
 }
 
 }  // namespace
-}  // namespace gemm
-}  // namespace numbra
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_GEMM_SGEMM_BLEND_H

@@ -19,8 +19,7 @@
 #include "gemm/sgemm_pack.h"
 #include "gemm/sgemm_tiles.h"
 
-namespace numbra {
-namespace gemm {
+namespace numbra_internal {
 namespace {
 
 template <class MulAdd>
@@ -54,7 +53,6 @@ void sgemm_nn_blocks(int m, int n, int k, float alpha, float* a, int lda, float*
 }
 
 }  // namespace
-}  // namespace gemm
-}  // namespace numbra
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_GEMM_SGEMM_DRIVER_H

@@ -11,8 +11,7 @@
 
 #include <cstddef>
 
-namespace numbra {
-namespace gemm {
+namespace numbra_internal {
 namespace {
 
 constexpr int kSliverWidth = 16;
@@ -209,7 +208,6 @@ template <int R, class MulAdd>
 }
 
 }  // namespace
-}  // namespace gemm
-}  // namespace numbra
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_GEMM_SGEMM_KERNEL_RX16_H

@@ -15,8 +15,7 @@
 
 #include "gemm/sgemm_tiles.h"
 
-namespace numbra {
-namespace gemm {
+namespace numbra_internal {
 namespace {
 
 // c[r][j] += sum over l of a[r][l] * b[l][j] for an R by 8G micro-tile, over
@@ -89,8 +88,8 @@ inline void tile_rows(const float* a, int a_stride, const float* b, float* c, in
 // then of 4 and of 2 for what is left. With `chunks` above 1 the depth runs
 // on through that many chunks of the packed strip, one slot apart.
 template <int W, class MulAdd>
-inline void sgemm_kernel_2xw(const float* a, int a_stride, const float* b, float* c, int m, int k,
-                             int chunks = 1) {
+inline void packed_tile_kernel(const float* a, int a_stride, const float* b, float* c, int m, int k,
+                               int chunks = 1) {
   constexpr int R = MulAdd::kRows;
   const int rows = m + (m & 1);
   int r = 0;
@@ -113,22 +112,22 @@ template <class MulAdd>
 void do_sgemm_kernel(float* a, float* b, float* c, int m, int n, int k) {
   switch (n) {
     case 48:
-      sgemm_kernel_2xw<48, MulAdd>(a, k, b, c, m, k);
+      packed_tile_kernel<48, MulAdd>(a, k, b, c, m, k);
       break;
     case 40:
-      sgemm_kernel_2xw<40, MulAdd>(a, k, b, c, m, k);
+      packed_tile_kernel<40, MulAdd>(a, k, b, c, m, k);
       break;
     case 32:
-      sgemm_kernel_2xw<32, MulAdd>(a, k, b, c, m, k);
+      packed_tile_kernel<32, MulAdd>(a, k, b, c, m, k);
       break;
     case 24:
-      sgemm_kernel_2xw<24, MulAdd>(a, k, b, c, m, k);
+      packed_tile_kernel<24, MulAdd>(a, k, b, c, m, k);
       break;
     case 16:
-      sgemm_kernel_2xw<16, MulAdd>(a, k, b, c, m, k);
+      packed_tile_kernel<16, MulAdd>(a, k, b, c, m, k);
       break;
     case 8:
-      sgemm_kernel_2xw<8, MulAdd>(a, k, b, c, m, k);
+      packed_tile_kernel<8, MulAdd>(a, k, b, c, m, k);
       break;
     default:
       break;
@@ -155,19 +154,21 @@ void sgemm_nn_large_blk(int m, int n, int k, float* a, float* b, float* c) {
       // Full chunks go two at a time: the accumulators stay in registers
       // across both, and the two B tiles still fit the first-level cache.
       for (int q = 0; q < depth.full; q += kChunksPerPass) {
-        sgemm_kernel_2xw<48, MulAdd>(a_tile(s, q), kTileEdge, b_tile(t, q), c_tile(s, t), rows,
-                                     kTileEdge, std::min(kChunksPerPass, depth.full - q));
+        packed_tile_kernel<48, MulAdd>(a_tile(s, q), kPackedTileEdge, b_tile(t, q), c_tile(s, t),
+                                       rows, kPackedTileEdge,
+                                       std::min(kChunksPerPass, depth.full - q));
       }
       if (depth.tail > 0) {
-        sgemm_kernel_2xw<48, MulAdd>(a_tile(s, depth.full), depth.tail, b_tile(t, depth.full),
-                                     c_tile(s, t), rows, depth.tail);
+        packed_tile_kernel<48, MulAdd>(a_tile(s, depth.full), depth.tail, b_tile(t, depth.full),
+                                       c_tile(s, t), rows, depth.tail);
       }
     }
     if (columns.tail > 0) {
       const int t = columns.full;
       const int width = widened(columns.tail);
       for (int q = 0; q < depth.full; ++q) {
-        do_sgemm_kernel<MulAdd>(a_tile(s, q), b_tile(t, q), c_tile(s, t), rows, width, kTileEdge);
+        do_sgemm_kernel<MulAdd>(a_tile(s, q), b_tile(t, q), c_tile(s, t), rows, width,
+                                kPackedTileEdge);
       }
       if (depth.tail > 0) {
         do_sgemm_kernel<MulAdd>(a_tile(s, depth.full), b_tile(t, depth.full), c_tile(s, t), rows,
@@ -175,12 +176,11 @@ void sgemm_nn_large_blk(int m, int n, int k, float* a, float* b, float* c) {
       }
     }
   };
-  for (int s = 0; s < strips.full; ++s) multiply_strip(s, kTileEdge);
+  for (int s = 0; s < strips.full; ++s) multiply_strip(s, kPackedTileEdge);
   if (strips.tail > 0) multiply_strip(strips.full, strips.tail + (strips.tail & 1));
 }
 
 }  // namespace
-}  // namespace gemm
-}  // namespace numbra
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_GEMM_SGEMM_KERNELS_H

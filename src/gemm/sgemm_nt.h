@@ -37,8 +37,9 @@
 #include <cstdint>
 #include <numeric>
 
-namespace numbra {
-namespace gemm {
+#include "common/call_frame.h"
+
+namespace numbra_internal {
 namespace {
 
 constexpr int kLanes = 8;
@@ -46,7 +47,7 @@ constexpr int kLanes = 8;
 // c = s * alpha + beta * c, or s * alpha + 0 with c unread when beta is zero.
 inline void write_nt_output(float* c, float s, float alpha, float beta) {
   const float product = s * alpha;
-  if (beta != 0.0f) {
+  if (!zero_beta(beta)) {
     const float old = beta * *c;
     *c = product + old;
   } else {
@@ -102,6 +103,15 @@ struct RowRuns {
   const float* run(int r, int kk) const { return base + r * row_stride + kk / kLanes * run_stride; }
   float at(int r, int kk) const { return run(r, kk)[kk % kLanes]; }
 };
+
+// The 1-, 2-, 3- and 4-row stages: the multiple of columns their tiles
+// cover (the columns past the last multiple are leftover columns, summed by
+// a scalar dot), and the multiple of K their main steps cover.
+struct RowStage {
+  int tile_columns_multiple;
+  int main_step;
+};
+constexpr RowStage kRowStages[] = {{32, 16}, {4, 8}, {3, 8}, {2, 24}};
 
 // One block of rows and where its operands come from.
 struct NtBlock {
@@ -421,11 +431,9 @@ void sgemm_nt(int m, int n, int k, float alpha, int lda, const float* a, int pac
     blk.tail = rows == 4 ? RowRuns{blk.a_direct, k, kLanes} : blk.main;
     blk.b = b;
     blk.b_rows = packed ? ld_b : k;
-    blk.tile_columns = rows == 4   ? n / 2 * 2
-                       : rows == 3 ? n / 3 * 3
-                       : rows == 2 ? n / 4 * 4
-                                   : n / 32 * 32;
-    blk.main_extent = rows == 4 ? k / 24 * 24 : rows == 1 ? k / 16 * 16 : k / 8 * 8;
+    const RowStage& stage = kRowStages[rows - 1];
+    blk.tile_columns = n / stage.tile_columns_multiple * stage.tile_columns_multiple;
+    blk.main_extent = k / stage.main_step * stage.main_step;
     blk.c = c + i * ld_c;
     blk.ldc = ld_c;
     blk.k = k;
@@ -469,7 +477,6 @@ void sgemm_nt(int m, int n, int k, float alpha, int lda, const float* a, int pac
 }
 
 }  // namespace
-}  // namespace gemm
-}  // namespace numbra
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_GEMM_SGEMM_NT_H

@@ -24,8 +24,7 @@
 #include "gemm/sgemm_blend.h"
 #include "gemm/sgemm_tiles.h"
 
-namespace numbra {
-namespace gemm {
+namespace numbra_internal {
 namespace {
 
 // Copies `count` floats, 8 lanes at a time, then one by one.
@@ -53,8 +52,8 @@ inline void pack_tile(const float* src, std::ptrdiff_t ld, float* tile, int rows
 // only the pad row of the accumulator.
 inline void zero_pad_row(float* tile, int rows, int width) {
   float* pad = tile + rows * width;
-  if (width == kTileEdge) {
-    zero_floats(pad, kTileEdge + 1);
+  if (width == kPackedTileEdge) {
+    zero_floats(pad, kPackedTileEdge + 1);
   } else {
     const int groups = width & ~7;
     zero_floats(pad, groups);
@@ -70,18 +69,19 @@ void load_mem_large_blka_nn(float* src, int ld, float* dst, int rows, int cols) 
   auto pack_strip = [&](const float* strip, int strip_rows) {
     const bool odd = (strip_rows & 1) != 0;
     for (int q = 0; q < depth.full; ++q, tile += kSlotFloats) {
-      pack_tile(strip + q * kTileEdge, ld, tile, strip_rows, kTileEdge);
-      if (odd) zero_pad_row(tile, strip_rows, kTileEdge);
+      pack_tile(strip + q * kPackedTileEdge, ld, tile, strip_rows, kPackedTileEdge);
+      if (odd) zero_pad_row(tile, strip_rows, kPackedTileEdge);
     }
     if (depth.tail > 0) {
-      pack_tile(strip + depth.full * kTileEdge, ld, tile, strip_rows, depth.tail);
+      pack_tile(strip + depth.full * kPackedTileEdge, ld, tile, strip_rows, depth.tail);
       if (odd) zero_pad_row(tile, strip_rows, depth.tail);
       tile += kSlotFloats;
     }
   };
   for (int s = 0; s < strips.full; ++s)
-    pack_strip(src + std::ptrdiff_t(s) * kTileEdge * ld, kTileEdge);
-  if (strips.tail > 0) pack_strip(src + std::ptrdiff_t(strips.full) * kTileEdge * ld, strips.tail);
+    pack_strip(src + std::ptrdiff_t(s) * kPackedTileEdge * ld, kPackedTileEdge);
+  if (strips.tail > 0)
+    pack_strip(src + std::ptrdiff_t(strips.full) * kPackedTileEdge * ld, strips.tail);
 }
 
 // Packs `rows` (depth) by `cols` of B, `src` at the block's first element.
@@ -91,20 +91,21 @@ void load_mem_large_blkb_nn(float* src, int ld, float* dst, int rows, int cols) 
   const int nkc = depth.tiles();
   const int tail_width = widened(columns.tail);
   auto pack_chunk = [&](int q, int chunk_rows) {
-    const float* chunk = src + std::ptrdiff_t(q) * kTileEdge * ld;
+    const float* chunk = src + std::ptrdiff_t(q) * kPackedTileEdge * ld;
     for (int t = 0; t < columns.full; ++t) {
-      pack_tile(chunk + t * kTileEdge, ld, dst + (t * nkc + q) * kSlotFloats, chunk_rows,
-                kTileEdge);
+      pack_tile(chunk + t * kPackedTileEdge, ld, dst + (t * nkc + q) * kSlotFloats, chunk_rows,
+                kPackedTileEdge);
     }
     if (columns.tail > 0) {
       float* tile = dst + (columns.full * nkc + q) * kSlotFloats;
       for (int p = 0; p < chunk_rows; ++p) {
-        copy_row(chunk + p * ld + columns.full * kTileEdge, tile + p * tail_width, columns.tail);
+        copy_row(chunk + p * ld + columns.full * kPackedTileEdge, tile + p * tail_width,
+                 columns.tail);
         zero_floats(tile + p * tail_width + columns.tail, tail_width - columns.tail);
       }
     }
   };
-  for (int q = 0; q < depth.full; ++q) pack_chunk(q, kTileEdge);
+  for (int q = 0; q < depth.full; ++q) pack_chunk(q, kPackedTileEdge);
   if (depth.tail > 0) pack_chunk(depth.full, depth.tail);
 }
 
@@ -117,13 +118,14 @@ void clear_mem_large_blkc_nn(float* acc, int m, int n) {
   for (int s = 0; s < strips.full; ++s) {
     float* strip = acc + s * nct * kSlotFloats;
     zero_floats(strip, columns.full * kSlotFloats);
-    if (columns.tail > 0) zero_floats(strip + columns.full * kSlotFloats, kTileEdge * tail_width);
+    if (columns.tail > 0)
+      zero_floats(strip + columns.full * kSlotFloats, kPackedTileEdge * tail_width);
   }
   if (strips.tail > 0) {
     const int even_rows = strips.tail + (strips.tail & 1);
     float* strip = acc + strips.full * nct * kSlotFloats;
     for (int t = 0; t < columns.full; ++t)
-      zero_floats(strip + t * kSlotFloats, even_rows * kTileEdge);
+      zero_floats(strip + t * kSlotFloats, even_rows * kPackedTileEdge);
     if (columns.tail > 0) zero_floats(strip + columns.full * kSlotFloats, even_rows * tail_width);
   }
 }
@@ -156,22 +158,22 @@ void save_mem_large_blkc_nn(float* acc, int m, int n, float alpha, float beta, f
   const TileSplit columns(n);
   const int nct = columns.tiles();
   auto save_strip = [&](int s, int rows) {
-    float* c_strip = c + std::ptrdiff_t(s) * kTileEdge * ldc;
+    float* c_strip = c + std::ptrdiff_t(s) * kPackedTileEdge * ldc;
     float* tile = acc + s * nct * kSlotFloats;
     for (int t = 0; t < columns.full; ++t, tile += kSlotFloats) {
-      save_mem_tiny_blkc_nn(tile, rows, kTileEdge, alpha, beta, c_strip + t * kTileEdge, ldc);
+      save_mem_tiny_blkc_nn(tile, rows, kPackedTileEdge, alpha, beta, c_strip + t * kPackedTileEdge,
+                            ldc);
     }
     if (columns.tail > 0) {
       save_mem_tiny_blkc_nn(tile, rows, columns.tail, alpha, beta,
-                            c_strip + columns.full * kTileEdge, ldc);
+                            c_strip + columns.full * kPackedTileEdge, ldc);
     }
   };
-  for (int s = 0; s < strips.full; ++s) save_strip(s, kTileEdge);
+  for (int s = 0; s < strips.full; ++s) save_strip(s, kPackedTileEdge);
   if (strips.tail > 0) save_strip(strips.full, strips.tail);
 }
 
 }  // namespace
-}  // namespace gemm
-}  // namespace numbra
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_GEMM_SGEMM_PACK_H

@@ -33,8 +33,7 @@
 #include "gemm/sgemm_kernel_rx16.h"
 #include "gemm/sgemm_tiles.h"
 
-namespace numbra {
-namespace gemm {
+namespace numbra_internal {
 namespace {
 
 constexpr int kRegisterDepth = 1024;
@@ -256,7 +255,6 @@ void sgemm_nn_panels(int m, const PanelProblem& p, float* ws) {
 }
 
 }  // namespace
-}  // namespace gemm
-}  // namespace numbra
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_GEMM_SGEMM_PANELS_H

@@ -16,8 +16,7 @@
 #include "gemm/sgemm_driver.h"
 #include "gemm/sgemm_panels.h"
 
-namespace numbra {
-namespace gemm {
+namespace numbra_internal {
 namespace {
 
 // The addresses from the first to one past the last float a matrix of
@@ -64,7 +63,6 @@ void sgemm_nn(int m, int n, int k, float alpha, float* a, int lda, float* b, int
 }
 
 }  // namespace
-}  // namespace gemm
-}  // namespace numbra
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_GEMM_SGEMM_SCHEDULE_H

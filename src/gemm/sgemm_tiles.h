@@ -5,13 +5,13 @@
 #ifndef NUMBRA_GEMM_SGEMM_TILES_H
 #define NUMBRA_GEMM_SGEMM_TILES_H
 
-namespace numbra {
-namespace gemm {
+namespace numbra_internal {
+namespace {
 
-constexpr int kTileEdge = 48;
-constexpr int kSlotFloats = kTileEdge * kTileEdge;      // 2304
-constexpr int kBlockEdge = 7 * kTileEdge;               // 336
-constexpr int kRegionFloats = kBlockEdge * kBlockEdge;  // 112896, one packed block
+constexpr int kPackedTileEdge = 48;
+constexpr int kSlotFloats = kPackedTileEdge * kPackedTileEdge;  // 2304
+constexpr int kBlockEdge = 7 * kPackedTileEdge;                 // 336
+constexpr int kRegionFloats = kBlockEdge * kBlockEdge;          // 112896, one packed block
 
 // The workspace holds packed A, packed B and the C accumulator, one region
 // each: 1354752 bytes per worker.
@@ -29,11 +29,11 @@ constexpr int widened(int columns) { return (columns + 7) / 8 * 8; }
 struct TileSplit {
   int full, tail;
   explicit constexpr TileSplit(int extent)
-      : full(extent / kTileEdge), tail(extent - extent / kTileEdge * kTileEdge) {}
+      : full(extent / kPackedTileEdge), tail(extent - extent / kPackedTileEdge * kPackedTileEdge) {}
   constexpr int tiles() const { return full + (tail > 0 ? 1 : 0); }
 };
 
-}  // namespace gemm
-}  // namespace numbra
+}  // namespace
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_GEMM_SGEMM_TILES_H

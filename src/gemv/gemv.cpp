@@ -5,22 +5,19 @@
 #include <cstring>
 #include <type_traits>
 
+#include "common/call_frame.h"
 #include "numbra.h"
 
-namespace numbra {
+namespace numbra_internal {
 namespace {
 
 using SgemvKernel = void (*)(int, int, float, const float*, const float*, float, float*);
 
-// ISA_FMA runs the fused kernel, ISA_AVX the plain one, anything else
-// nothing. The counts arrive as the kernels' int, compared there as signed.
-void dispatch(ISA_t isa, SgemvKernel fused, SgemvKernel plain, unsigned long m, unsigned long n,
-              float alpha, const float* a, const float* x, float beta, float* y) {
-  const int rows = static_cast<int>(m), columns = static_cast<int>(n);
-  if (isa == ISA_FMA) {
-    fused(rows, columns, alpha, a, x, beta, y);
-  } else if (isa == ISA_AVX) {
-    plain(rows, columns, alpha, a, x, beta, y);
+// The counts arrive as the kernels' int, compared there as signed.
+void sgemv(ISA_t isa, SgemvKernel fused, SgemvKernel separate, unsigned long m, unsigned long n,
+           float alpha, const float* a, const float* x, float beta, float* y) {
+  if (const SgemvKernel kernel = for_isa(isa, fused, separate)) {
+    kernel(static_cast<int>(m), static_cast<int>(n), alpha, a, x, beta, y);
   }
 }
 
@@ -38,14 +35,14 @@ void dot_rows(long columns, T alpha, const T* a, const T* x, T beta, T* y) {
   }
   // A zero beta leaves y unread.
   for (int r = 0; r < kRows; ++r) {
-    const T scaled_y = beta != T(0) ? y[r] * beta : T(0);
+    const T scaled_y = !numbra_internal::zero_beta(beta) ? y[r] * beta : T(0);
     const T scaled_sum = sum[r] * alpha;
     y[r] = scaled_sum + scaled_y;
   }
 }
 
 }  // namespace
-}  // namespace numbra
+}  // namespace numbra_internal
 
 namespace ZETL {
 namespace numbra {
@@ -54,14 +51,16 @@ template <typename T>
 void x86MatrixGemv_n(ISA_t isa, IMP_t, int, unsigned long m, unsigned long n, T alpha, const T* a,
                      const T* x, T beta, T* y) {
   if constexpr (std::is_same_v<T, float>) {
-    ::numbra::dispatch(isa, x86_blas_sgemv_n_fma, x86_blas_sgemv_n_avx, m, n, alpha, a, x, beta, y);
+    numbra_internal::sgemv(isa, x86_blas_sgemv_n_fma, x86_blas_sgemv_n_avx, m, n, alpha, a, x, beta,
+                           y);
   } else {
     const long rows = static_cast<long>(m), columns = static_cast<long>(n);
     long i = 0;
     for (; i + 4 <= rows; i += 4) {
-      ::numbra::dot_rows<T, 4>(columns, alpha, a + i * columns, x, beta, y + i);
+      numbra_internal::dot_rows<T, 4>(columns, alpha, a + i * columns, x, beta, y + i);
     }
-    for (; i < rows; ++i) ::numbra::dot_rows<T, 1>(columns, alpha, a + i * columns, x, beta, y + i);
+    for (; i < rows; ++i)
+      numbra_internal::dot_rows<T, 1>(columns, alpha, a + i * columns, x, beta, y + i);
   }
 }
 
@@ -69,7 +68,8 @@ template <typename T>
 void x86MatrixGemv_t(ISA_t isa, IMP_t, int, unsigned long m, unsigned long n, T alpha, const T* a,
                      const T* x, T beta, T* y) {
   if constexpr (std::is_same_v<T, float>) {
-    ::numbra::dispatch(isa, x86_blas_sgemv_t_fma, x86_blas_sgemv_t_avx, m, n, alpha, a, x, beta, y);
+    numbra_internal::sgemv(isa, x86_blas_sgemv_t_fma, x86_blas_sgemv_t_avx, m, n, alpha, a, x, beta,
+                           y);
   } else {
     // The column sums run in float: each x[i] is narrowed before use and each
     // sum is narrowed again after every row, so the result carries single

@@ -9,15 +9,17 @@ extern "C" {
 
 void x86_blas_sgemv_n_avx(int m, int n, float alpha, const float* a, const float* x, float beta,
                           float* y) {
-  numbra::sgemv_n<false>(
+  numbra_internal::sgemv_n<false>(
       m, n, alpha, a, x, beta, y,
-      {numbra::blocks_leaving_one(m), numbra::steps_leaving_one(n), numbra::steps_leaving_one(n)});
+      {numbra_internal::blocks_leaving_one(m), numbra_internal::steps_leaving_one(n),
+       numbra_internal::steps_leaving_one(n)});
 }
 
 void x86_blas_sgemv_t_avx(int m, int n, float alpha, const float* a, const float* x, float beta,
                           float* y) {
-  numbra::sgemv_t<false>(m, n, alpha, a, x, beta, y,
-                         {numbra::blocks_leaving_one(m), numbra::steps_leaving_one(n)});
+  numbra_internal::sgemv_t<false>(
+      m, n, alpha, a, x, beta, y,
+      {numbra_internal::blocks_leaving_one(m), numbra_internal::steps_leaving_one(n)});
 }
 
 }  // extern "C"

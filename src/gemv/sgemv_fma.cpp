@@ -9,15 +9,17 @@ extern "C" {
 
 void x86_blas_sgemv_n_fma(int m, int n, float alpha, const float* a, const float* x, float beta,
                           float* y) {
-  numbra::sgemv_n<true>(
+  numbra_internal::sgemv_n<true>(
       m, n, alpha, a, x, beta, y,
-      {numbra::blocks_while_full(m), numbra::steps_while_full(n), numbra::steps_leaving_one(n)});
+      {numbra_internal::blocks_while_full(m), numbra_internal::steps_while_full(n),
+       numbra_internal::steps_leaving_one(n)});
 }
 
 void x86_blas_sgemv_t_fma(int m, int n, float alpha, const float* a, const float* x, float beta,
                           float* y) {
-  numbra::sgemv_t<true>(m, n, alpha, a, x, beta, y,
-                        {numbra::blocks_while_full(m), numbra::steps_while_full(n)});
+  numbra_internal::sgemv_t<true>(
+      m, n, alpha, a, x, beta, y,
+      {numbra_internal::blocks_while_full(m), numbra_internal::steps_while_full(n)});
 }
 
 }  // extern "C"

@@ -10,9 +10,10 @@
 
 #include <cstddef>
 
-#include "gemv/lanes256.h"
+#include "gemv/sgemv_extents.h"
+#include "simd/multiply_add.h"
 
-namespace numbra {
+namespace numbra_internal {
 namespace {
 
 // Where the vector steps stop. The two twins differ here, and the bounds
@@ -77,7 +78,7 @@ void blocks_of_four_rows(int n, float alpha, const float* a, const float* x, flo
     const __m256 xj = _mm256_loadu_ps(x + j);
 #pragma GCC unroll 8
     for (int r = 0; r < kRows; ++r) {
-      acc[r] = multiply_add<kFused>(_mm256_loadu_ps(row[r] + j), xj, acc[r]);
+      acc[r] = MultiplyAdd<kFused>::step(acc[r], _mm256_loadu_ps(row[r] + j), xj);
     }
   }
   alignas(16) float sum[kRows];
@@ -106,7 +107,7 @@ void single_row(int n, float alpha, const float* row, const float* x, float beta
   const float scaled_y = beta * *y;
   __m256 acc = _mm256_setzero_ps();
   for (int j = 0; j < vector_columns; j += 8) {
-    acc = multiply_add<kFused>(_mm256_loadu_ps(row + j), _mm256_loadu_ps(x + j), acc);
+    acc = MultiplyAdd<kFused>::step(acc, _mm256_loadu_ps(row + j), _mm256_loadu_ps(x + j));
   }
   float sum = sum_lanes_left_to_right(acc);
   for (int j = vector_columns; j < n; ++j) {
@@ -134,6 +135,6 @@ void sgemv_n(int m, int n, float alpha, const float* a, const float* x, float be
 }
 
 }  // namespace
-}  // namespace numbra
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_GEMV_SGEMV_N_H

@@ -11,9 +11,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "gemv/lanes256.h"
+#include "gemv/sgemv_extents.h"
+#include "simd/multiply_add.h"
 
-namespace numbra {
+namespace numbra_internal {
 namespace {
 
 // Where the vector steps stop; the same bound serves both row stages.
@@ -38,7 +39,7 @@ void add_scaled_rows(int n, const float* rows, std::ptrdiff_t stride, const floa
     __m256 tj = _mm256_loadu_ps(t + j);
 #pragma GCC unroll 8
     for (int r = 0; r < kRows; ++r) {
-      tj = multiply_add<kFused>(xr[r], _mm256_loadu_ps(rows + r * stride + j), tj);
+      tj = MultiplyAdd<kFused>::step(tj, xr[r], _mm256_loadu_ps(rows + r * stride + j));
     }
     _mm256_storeu_ps(t + j, tj);
   }
@@ -95,6 +96,6 @@ void sgemv_t(int m, int n, float alpha, const float* a, const float* x, float be
 }
 
 }  // namespace
-}  // namespace numbra
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_GEMV_SGEMV_T_H

@@ -2,10 +2,11 @@
 // Each element is two rounded products and one rounded sum; a zero beta
 // (either sign) leaves b unread and adds +0 in its place, so a -0 product
 // comes out as +0.
+#include "common/call_frame.h"
 #include "numbra.h"
-#include "vector/elementwise_loop.h"
+#include "simd/element_loop.h"
 
-namespace numbra {
+namespace numbra_internal {
 namespace {
 
 // A matrix operand as the loops see it: element (i, j) of op(p) lies at
@@ -22,9 +23,9 @@ struct Operand {
 template <typename T>
 void scaled_sum(unsigned long m, unsigned long n, T alpha, Operand<T> a, T beta, Operand<T> b,
                 unsigned long ldc, T* c) {
-  const bool zero_beta = beta == T(0);
-  const bool rows_contiguous = a.col_step == 1 && (zero_beta || b.col_step == 1);
-  if (rows_contiguous && a.row_step == n && (zero_beta || b.row_step == n) && ldc == n) {
+  const bool beta_is_zero = zero_beta(beta);
+  const bool rows_contiguous = a.col_step == 1 && (beta_is_zero || b.col_step == 1);
+  if (rows_contiguous && a.row_step == n && (beta_is_zero || b.row_step == n) && ldc == n) {
     // Packed rows follow each other, so the ascending walk over all m * n
     // elements is the row-by-row walk.
     n *= m;
@@ -32,7 +33,7 @@ void scaled_sum(unsigned long m, unsigned long n, T alpha, Operand<T> a, T beta,
   }
   for (unsigned long i = 0; i < m; ++i) {
     T* ci = c + i * ldc;
-    if (rows_contiguous && zero_beta) {
+    if (rows_contiguous && beta_is_zero) {
       map_elements(
           n, ci, [alpha](auto x) { return x * alpha + T(0); }, a.row(i));
     } else if (rows_contiguous) {
@@ -46,7 +47,7 @@ void scaled_sum(unsigned long m, unsigned long n, T alpha, Operand<T> a, T beta,
     } else {
       for (unsigned long j = 0; j < n; ++j) {
         const T t = a.at(i, j) * alpha;
-        const T u = zero_beta ? T(0) : b.at(i, j) * beta;
+        const T u = beta_is_zero ? T(0) : b.at(i, j) * beta;
         ci[j] = t + u;
       }
     }
@@ -64,14 +65,14 @@ Operand<T> transposed(const T* p, unsigned long ld) {
 }
 
 }  // namespace
-}  // namespace numbra
+}  // namespace numbra_internal
 
 namespace ZETL {
 namespace numbra {
 
-using ::numbra::as_stored;
-using ::numbra::scaled_sum;
-using ::numbra::transposed;
+using numbra_internal::as_stored;
+using numbra_internal::scaled_sum;
+using numbra_internal::transposed;
 
 template <typename T>
 void x86Geam_nn(int, unsigned long m, unsigned long n, T alpha, unsigned long lda, const T* a,

@@ -22,11 +22,9 @@
 
 #include "layout/transpose.h"
 #include "numbra.h"
-#include "vector/elementwise_loop.h"
+#include "simd/element_loop.h"
 
-namespace ZETL {
-namespace numbra {
-
+namespace numbra_internal {
 namespace {
 
 // Rows q0..q3 of four floats in each 128-bit half, turned half by half into
@@ -76,8 +74,10 @@ inline void stream_32(double* b, const double* buffer) {
   _mm256_stream_pd(b, _mm256_load_pd(buffer));
 }
 
+// The copy runs in tiles of 256 bytes a row (64 floats or 32 doubles), each
+// made of register squares of 32 bytes a row.
 template <typename T>
-constexpr int kTileEdge = 256 / sizeof(T);
+constexpr int kCopyTileEdge = 256 / sizeof(T);
 template <typename T>
 constexpr int kSquare = 32 / sizeof(T);
 
@@ -119,7 +119,7 @@ void turn_tile(const T* a, std::ptrdiff_t lda, int rows, int cols, T* out, std::
 template <typename T>
 void transpose_tile(const T* a, std::ptrdiff_t lda, int rows, int cols, T* b, std::ptrdiff_t ldb,
                     bool streaming, const T* next_a, int next_rows) {
-  constexpr int kEdge = kTileEdge<T>, kSide = kSquare<T>;
+  constexpr int kEdge = kCopyTileEdge<T>, kSide = kSquare<T>;
   if (!streaming) {
     prefetch_rows(next_a, lda, next_rows);
     turn_tile(a, lda, rows, cols, b, ldb);
@@ -141,15 +141,14 @@ void transpose_tile(const T* a, std::ptrdiff_t lda, int rows, int cols, T* b, st
 
 template <typename T>
 void transposeMatrix(int m, int n, int lda, const T* a, int ldb, T* b) {
-  constexpr int kEdge = kTileEdge<T>;
+  constexpr int kEdge = kCopyTileEdge<T>;
   if (m <= 0 || n <= 0) return;
   // A destination as large as the element loops stream does not stay in the
   // caches either: its rows go out with streaming stores, which do not read
   // the lines first.
-  const bool streaming =
-      static_cast<unsigned long>(n) * m * sizeof(T) >= ::numbra::kStreamingOutputBytes &&
-      reinterpret_cast<std::uintptr_t>(b) % 32 == 0 &&
-      static_cast<std::size_t>(ldb) * sizeof(T) % 32 == 0;
+  const bool streaming = static_cast<unsigned long>(n) * m * sizeof(T) >= kStreamingOutputBytes &&
+                         reinterpret_cast<std::uintptr_t>(b) % 32 == 0 &&
+                         static_cast<std::size_t>(ldb) * sizeof(T) % 32 == 0;
   const std::ptrdiff_t lda_ = lda, ldb_ = ldb;
   for (int jt = 0; jt < n; jt += kEdge) {
     const int cols = std::min(kEdge, n - jt);
@@ -166,15 +165,21 @@ void transposeMatrix(int m, int n, int lda, const T* a, int ldb, T* b) {
   if (streaming) _mm_sfence();  // order the streamed stores before any later store
 }
 
+template void transposeMatrix<float>(int, int, int, const float*, int, float*);
+template void transposeMatrix<double>(int, int, int, const double*, int, double*);
+
+}  // namespace numbra_internal
+
+namespace ZETL {
+namespace numbra {
+
 template <typename T>
 void x86MatrixTranspose(int /*nthreads*/, unsigned long m, unsigned long n, unsigned long lda,
                         const T* a, unsigned long ldb, T* b) {
-  transposeMatrix<T>(static_cast<int>(m), static_cast<int>(n), static_cast<int>(lda), a,
-                     static_cast<int>(ldb), b);
+  numbra_internal::transposeMatrix<T>(static_cast<int>(m), static_cast<int>(n),
+                                      static_cast<int>(lda), a, static_cast<int>(ldb), b);
 }
 
-template void transposeMatrix<float>(int, int, int, const float*, int, float*);
-template void transposeMatrix<double>(int, int, int, const double*, int, double*);
 template void x86MatrixTranspose<float>(int, unsigned long, unsigned long, unsigned long,
                                         const float*, unsigned long, float*);
 template void x86MatrixTranspose<double>(int, unsigned long, unsigned long, unsigned long,

@@ -3,15 +3,13 @@
 #ifndef NUMBRA_LAYOUT_TRANSPOSE_H
 #define NUMBRA_LAYOUT_TRANSPOSE_H
 
-namespace ZETL {
-namespace numbra {
+namespace numbra_internal {
 
 // b[j * ldb + i] = a[i * lda + j] for i < m and j < n, bit for bit; nothing
 // else of b is written. a and b must not overlap.
 template <typename T>
 void transposeMatrix(int m, int n, int lda, const T* a, int ldb, T* b);
 
-}  // namespace numbra
-}  // namespace ZETL
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_LAYOUT_TRANSPOSE_H

@@ -3,10 +3,11 @@
 // old output unread) and old * beta otherwise. Row sums have one accumulator
 // of T and run in ascending order; only element loops use vector steps.
 
+#include "common/call_frame.h"
 #include "numbra.h"
-#include "vector/elementwise_loop.h"
+#include "simd/element_loop.h"
 
-namespace numbra {
+namespace numbra_internal {
 namespace {
 
 template <typename T>
@@ -28,17 +29,17 @@ void blend_row_sums(unsigned long m, unsigned long n, unsigned long lda, T alpha
 }
 
 }  // namespace
-}  // namespace numbra
+}  // namespace numbra_internal
 
 namespace ZETL {
 namespace numbra {
 
-using ::numbra::blend_row_sums;
-using ::numbra::blend_term;
-using ::numbra::fill_elements;
-using ::numbra::map_elements;
-using ::numbra::ranges_are_disjoint;
-using ::numbra::row_sum;
+using numbra_internal::blend_row_sums;
+using numbra_internal::blend_term;
+using numbra_internal::fill_elements;
+using numbra_internal::map_elements;
+using numbra_internal::ranges_are_disjoint;
+using numbra_internal::row_sum;
 
 template <typename T>
 void x86MatrixSumByRow(int, unsigned long m, unsigned long n, unsigned long lda, T alpha,
@@ -71,7 +72,7 @@ void x86MatrixSumByCol(int, unsigned long m, unsigned long n, unsigned long lda,
                        const T* a, T beta, T* y) {
   // Each column sum accumulates in y itself, alpha applied to every element.
   // The blend runs even when there are no rows.
-  if (beta == T(0)) {
+  if (numbra_internal::zero_beta(beta)) {
     fill_elements(n, y, T(0));
   } else {
     map_elements(
@@ -109,7 +110,7 @@ void x86MatrixAvgByRow(int, unsigned long m, unsigned long n, unsigned long lda,
     const T* ar = a + r * lda;
     T* yr = y + r * lda;
     const T s = row_sum(n, ar);
-    if (beta == T(0)) {
+    if (numbra_internal::zero_beta(beta)) {
       map_elements(
           n, yr, [alpha, s](auto aj) { return (aj * alpha) / s + T(0); }, ar);
     } else {

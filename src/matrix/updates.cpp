@@ -4,10 +4,11 @@
 // beta (either sign, the old element unread) and old * beta otherwise.
 #include <cmath>
 
+#include "common/call_frame.h"
 #include "numbra.h"
-#include "vector/elementwise_loop.h"
+#include "simd/element_loop.h"
 
-namespace numbra {
+namespace numbra_internal {
 namespace {
 
 // The maximum that the scan `m = first; for j in 1..n-1: if (rest[j] > m)
@@ -49,15 +50,15 @@ T row_maximum(T first, unsigned long n, const T* rest) {
 }
 
 }  // namespace
-}  // namespace numbra
+}  // namespace numbra_internal
 
 namespace ZETL {
 namespace numbra {
 
-using ::numbra::blend_term;
-using ::numbra::fill_elements;
-using ::numbra::map_blended;
-using ::numbra::map_elements;
+using numbra_internal::blend_term;
+using numbra_internal::fill_elements;
+using numbra_internal::map_blended;
+using numbra_internal::map_elements;
 
 template <typename T>
 void x86MatrixProbByRow(int, unsigned long m, unsigned long n, unsigned long lda, T alpha,
@@ -94,7 +95,7 @@ void x86MatrixSubMaxByRow(int, unsigned long m, unsigned long n, unsigned long l
   for (unsigned long r = 0; r < m; ++r) {
     const T* packed = a + r * n;
     const T* strided = a + r * lda;
-    const T maximum = ::numbra::row_maximum(packed[0], n, strided);
+    const T maximum = numbra_internal::row_maximum(packed[0], n, strided);
     map_elements(
         n, y + r * lda, [maximum](auto aj) { return aj - maximum; }, packed);
   }
@@ -119,7 +120,7 @@ void x86MatrixAddVectorByCol(int, unsigned long m, unsigned long n, unsigned lon
   for (unsigned long r = 0; r < m; ++r) {
     T* yr = y + r * lda;
     const T t = x[r] * alpha;
-    if (beta == T(0)) {
+    if (numbra_internal::zero_beta(beta)) {
       fill_elements(n, yr, t + T(0));
     } else {
       map_elements(

@@ -11,6 +11,7 @@
 #include "sparse/nonzero.h"
 #include "sparse/temporary_compressed.h"
 
+namespace numbra_internal {
 namespace {
 
 // Division by blk of the coordinates of a form, which are never negative:
@@ -39,7 +40,7 @@ template <bool kByColumns>
 void compress_blocks(int m, int n, const int* ptr, const int* idx, const float* val, int blk,
                      int* blockPtr, unsigned short* lineLen, unsigned short* outIdx,
                      float* outVal) {
-  const numbra::BlockGrid grid(m, n, blk);
+  const numbra_internal::BlockGrid grid(m, n, blk);
   const unsigned long nblocks = grid.blocks();
   const int outerCount = kByColumns ? n : m;
   const BlockDivider blockIndex(blk);
@@ -67,7 +68,7 @@ void compress_blocks(int m, int n, const int* ptr, const int* idx, const float* 
       }
     }
   }
-  numbra::clear_bytes(lineLen, static_cast<std::size_t>(blockPtr[nblocks]) * 2);
+  numbra_internal::clear_bytes(lineLen, static_cast<std::size_t>(blockPtr[nblocks]) * 2);
 
   blockStart[0] = 0;
   for (unsigned long b = 1; b < nblocks; ++b) blockStart[b] = blockStart[b - 1] + blockCount[b - 1];
@@ -97,7 +98,7 @@ template <bool kByColumns>
 void coo_to_blocks(int m, int n, unsigned long nnz, const int* cooRow, const int* cooCol,
                    const float* cooVal, int blk, int* blockPtr, unsigned short* lineLen,
                    unsigned short* outIdx, float* outVal) {
-  numbra::TemporaryCompressed c(kByColumns ? n : m, nnz);
+  numbra_internal::TemporaryCompressed c(kByColumns ? n : m, nnz);
   if (kByColumns) {
     sparse_coo2ccs(m, n, nnz, cooRow, cooCol, cooVal, c.ptr, c.idx, c.val);
   } else {
@@ -108,31 +109,36 @@ void coo_to_blocks(int m, int n, unsigned long nnz, const int* cooRow, const int
 }
 
 }  // namespace
+}  // namespace numbra_internal
 
 template <typename T>
 void sparse_csr2bcsr(int m, int n, unsigned long, int* rowPtr, int* colIdx, T* val, int blk,
                      int* blockPtr, unsigned short* rowLen, unsigned short* outColIdx, T* outVal) {
-  compress_blocks<false>(m, n, rowPtr, colIdx, val, blk, blockPtr, rowLen, outColIdx, outVal);
+  numbra_internal::compress_blocks<false>(m, n, rowPtr, colIdx, val, blk, blockPtr, rowLen,
+                                          outColIdx, outVal);
 }
 
 template <typename T>
 void sparse_ccs2bccs(int m, int n, unsigned long, int* colPtr, int* rowIdx, T* val, int blk,
                      int* blockPtr, unsigned short* colLen, unsigned short* outRowIdx, T* outVal) {
-  compress_blocks<true>(m, n, colPtr, rowIdx, val, blk, blockPtr, colLen, outRowIdx, outVal);
+  numbra_internal::compress_blocks<true>(m, n, colPtr, rowIdx, val, blk, blockPtr, colLen,
+                                         outRowIdx, outVal);
 }
 
 template <typename T>
 void sparse_coo2bcsr(int m, int n, unsigned long nnz, const int* cooRow, const int* cooCol,
                      const T* cooVal, int blk, int* blockPtr, unsigned short* rowLen,
                      unsigned short* outColIdx, T* outVal) {
-  coo_to_blocks<false>(m, n, nnz, cooRow, cooCol, cooVal, blk, blockPtr, rowLen, outColIdx, outVal);
+  numbra_internal::coo_to_blocks<false>(m, n, nnz, cooRow, cooCol, cooVal, blk, blockPtr, rowLen,
+                                        outColIdx, outVal);
 }
 
 template <typename T>
 void sparse_coo2bccs(int m, int n, unsigned long nnz, const int* cooRow, const int* cooCol,
                      const T* cooVal, int blk, int* blockPtr, unsigned short* colLen,
                      unsigned short* outRowIdx, T* outVal) {
-  coo_to_blocks<true>(m, n, nnz, cooRow, cooCol, cooVal, blk, blockPtr, colLen, outRowIdx, outVal);
+  numbra_internal::coo_to_blocks<true>(m, n, nnz, cooRow, cooCol, cooVal, blk, blockPtr, colLen,
+                                       outRowIdx, outVal);
 }
 
 template void sparse_csr2bcsr<float>(int, int, unsigned long, int*, int*, float*, int, int*,

@@ -9,6 +9,7 @@
 #include "numbra.h"
 #include "sparse/dense_fill.h"
 
+namespace numbra_internal {
 namespace {
 
 struct coo_f {
@@ -32,9 +33,9 @@ void compress_coo(int len, unsigned long nnz, const int* cooRow, const int* cooC
   float* sortedVal = static_cast<float*>(std::malloc(bytes));
   coo_sort<float>(0, 0, nnz, cooRow, cooCol, cooVal, sortedRow, sortedCol, sortedVal, order);
   const int* major = order == 0 ? sortedRow : sortedCol;
-  numbra::copy_bytes(minorIdx, order == 0 ? sortedCol : sortedRow, bytes);
-  numbra::copy_bytes(val, sortedVal, bytes);
-  numbra::clear_bytes(ptr, static_cast<std::size_t>(len) * sizeof(int) + sizeof(int));
+  numbra_internal::copy_bytes(minorIdx, order == 0 ? sortedCol : sortedRow, bytes);
+  numbra_internal::copy_bytes(val, sortedVal, bytes);
+  numbra_internal::clear_bytes(ptr, static_cast<std::size_t>(len) * sizeof(int) + sizeof(int));
   for (unsigned long e = 0; e < nnz; ++e) ++ptr[major[e] + 1];
   for (int i = 1; i <= len; ++i) ptr[i] += ptr[i - 1];
   std::free(sortedRow);
@@ -43,20 +44,25 @@ void compress_coo(int len, unsigned long nnz, const int* cooRow, const int* cooC
 }
 
 }  // namespace
+}  // namespace numbra_internal
 
 template <typename T>
 void coo_sort(int, int, unsigned long nnz, const int* cooRow, const int* cooCol, const T* cooVal,
               int* outRow, int* outCol, T* outVal, int order) {
-  std::vector<coo_f> entries;
+  std::vector<numbra_internal::coo_f> entries;
   entries.reserve(nnz);
   for (unsigned long e = 0; e < nnz; ++e) entries.push_back({cooRow[e], cooCol[e], cooVal[e]});
   // Through lambdas, so that the sort inlines the comparison.
   if (order == 0) {
     std::sort(entries.begin(), entries.end(),
-              [](coo_f a, coo_f b) { return compare_rowMajor(a, b); });
+              [](numbra_internal::coo_f a, numbra_internal::coo_f b) {
+                return numbra_internal::compare_rowMajor(a, b);
+              });
   } else {
     std::sort(entries.begin(), entries.end(),
-              [](coo_f a, coo_f b) { return compare_colMajor(a, b); });
+              [](numbra_internal::coo_f a, numbra_internal::coo_f b) {
+                return numbra_internal::compare_colMajor(a, b);
+              });
   }
   for (unsigned long e = 0; e < nnz; ++e) {
     outRow[e] = entries[e].row;
@@ -67,24 +73,26 @@ void coo_sort(int, int, unsigned long nnz, const int* cooRow, const int* cooCol,
 
 template <typename T>
 void sparse_dense2csr(int m, int n, const T* a, int* rowPtr, int* colIdx, T* val) {
-  numbra::fill_csr_from_dense<numbra::NonzeroLanes128>(m, n, a, rowPtr, colIdx, val);
+  numbra_internal::fill_csr_from_dense<numbra_internal::NonzeroLanes128>(m, n, a, rowPtr, colIdx,
+                                                                         val);
 }
 
 template <typename T>
 void sparse_dense2ccs(int m, int n, const T* a, int* colPtr, int* rowIdx, T* val) {
-  numbra::fill_ccs_from_dense<numbra::NonzeroLanes128>(m, n, a, colPtr, rowIdx, val);
+  numbra_internal::fill_ccs_from_dense<numbra_internal::NonzeroLanes128>(m, n, a, colPtr, rowIdx,
+                                                                         val);
 }
 
 template <typename T>
 void sparse_coo2csr(int m, int, unsigned long nnz, const int* cooRow, const int* cooCol,
                     const T* cooVal, int* rowPtr, int* colIdx, T* val) {
-  compress_coo(m, nnz, cooRow, cooCol, cooVal, 0, rowPtr, colIdx, val);
+  numbra_internal::compress_coo(m, nnz, cooRow, cooCol, cooVal, 0, rowPtr, colIdx, val);
 }
 
 template <typename T>
 void sparse_coo2ccs(int, int n, unsigned long nnz, const int* cooRow, const int* cooCol,
                     const T* cooVal, int* colPtr, int* rowIdx, T* val) {
-  compress_coo(n, nnz, cooRow, cooCol, cooVal, 1, colPtr, rowIdx, val);
+  numbra_internal::compress_coo(n, nnz, cooRow, cooCol, cooVal, 1, colPtr, rowIdx, val);
 }
 
 template void coo_sort<float>(int, int, unsigned long, const int*, const int*, const float*, int*,

@@ -13,7 +13,7 @@
 
 #include "sparse/nonzero.h"
 
-namespace numbra {
+namespace numbra_internal {
 namespace {
 
 // The nonzero test on four elements: bit t of the mask is set when element t
@@ -149,6 +149,6 @@ void fill_ccs_from_dense(int m, int n, const float* a, int* colPtr, int* rowIdx,
 }
 
 }  // namespace
-}  // namespace numbra
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_SPARSE_DENSE_FILL_H

@@ -8,9 +8,11 @@
 template <typename T>
 unsigned long sparse_denseGetNonZeros(int m, int n, const T* a) {
   if (m < 1 || n < 1) return 0;
-  return numbra::count_passing<numbra::NonzeroLanes256>(a, static_cast<unsigned long>(m) * n);
+  return numbra_internal::count_passing<numbra_internal::NonzeroLanes256>(
+      a, static_cast<unsigned long>(m) * n);
 }
 
+namespace numbra_internal {
 namespace {
 
 // Dense to a block form by way of a temporary CSR (or CCS) form.
@@ -18,29 +20,32 @@ template <bool kByColumns>
 void dense_to_blocks(int m, int n, const float* a, int blk, int* blockPtr, unsigned short* lineLen,
                      unsigned short* outIdx, float* outVal) {
   const unsigned long count = sparse_denseGetNonZeros(m, n, a);
-  numbra::TemporaryCompressed c(kByColumns ? n : m, count);
+  numbra_internal::TemporaryCompressed c(kByColumns ? n : m, count);
   if (kByColumns) {
-    numbra::fill_ccs_from_dense<numbra::NonzeroLanes256>(m, n, a, c.ptr, c.idx, c.val);
+    numbra_internal::fill_ccs_from_dense<numbra_internal::NonzeroLanes256>(m, n, a, c.ptr, c.idx,
+                                                                           c.val);
     sparse_ccs2bccs(m, n, count, c.ptr, c.idx, c.val, blk, blockPtr, lineLen, outIdx, outVal);
   } else {
-    numbra::fill_csr_from_dense<numbra::NonzeroLanes256>(m, n, a, c.ptr, c.idx, c.val);
+    numbra_internal::fill_csr_from_dense<numbra_internal::NonzeroLanes256>(m, n, a, c.ptr, c.idx,
+                                                                           c.val);
     sparse_csr2bcsr(m, n, count, c.ptr, c.idx, c.val, blk, blockPtr, lineLen, outIdx, outVal);
   }
   c.release();
 }
 
 }  // namespace
+}  // namespace numbra_internal
 
 template <typename T>
 void sparse_dense2bcsr(int m, int n, const T* a, int blk, int* blockPtr, unsigned short* rowLen,
                        unsigned short* outColIdx, T* outVal) {
-  dense_to_blocks<false>(m, n, a, blk, blockPtr, rowLen, outColIdx, outVal);
+  numbra_internal::dense_to_blocks<false>(m, n, a, blk, blockPtr, rowLen, outColIdx, outVal);
 }
 
 template <typename T>
 void sparse_dense2bccs(int m, int n, const T* a, int blk, int* blockPtr, unsigned short* colLen,
                        unsigned short* outRowIdx, T* outVal) {
-  dense_to_blocks<true>(m, n, a, blk, blockPtr, colLen, outRowIdx, outVal);
+  numbra_internal::dense_to_blocks<true>(m, n, a, blk, blockPtr, colLen, outRowIdx, outVal);
 }
 
 template unsigned long sparse_denseGetNonZeros<float>(int, int, const float*);

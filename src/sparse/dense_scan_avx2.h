@@ -10,7 +10,7 @@
 #include "sparse/dense_fill.h"
 #include "sparse/nonzero.h"
 
-namespace numbra {
+namespace numbra_internal {
 namespace {
 
 // counts[t] += 1 for each of the eight lanes that passed.
@@ -73,6 +73,6 @@ unsigned long count_passing(const float* p, unsigned long len) {
 }
 
 }  // namespace
-}  // namespace numbra
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_SPARSE_DENSE_SCAN_AVX2_H

@@ -10,7 +10,7 @@
 #include <cstddef>
 #include <cstring>
 
-namespace numbra {
+namespace numbra_internal {
 namespace {
 
 // An element is stored when its magnitude, widened to double, lies strictly
@@ -41,6 +41,6 @@ inline void copy_bytes(void* to, const void* from, std::size_t bytes) {
 }
 
 }  // namespace
-}  // namespace numbra
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_SPARSE_NONZERO_H

@@ -1,6 +1,7 @@
 // The general product with a CSR matrix and the sparse axpy, in float and
 // double alike. Every product is rounded before its sum, and nothing is
 // fused.
+#include "common/call_frame.h"
 #include "numbra.h"
 
 namespace ZETL {
@@ -18,13 +19,13 @@ void x86SparseMatrixGemv(int m, int n, int trans, T alpha, const int* rowPtr, co
         const T product = val[e] * x[colIdx[e]];
         s = product + s;
       }
-      const T scaled = beta != T(0) ? y[i] * beta : T(0);
+      const T scaled = !numbra_internal::zero_beta(beta) ? y[i] * beta : T(0);
       const T result = s * alpha;
       y[i] = result + scaled;
     }
     return;
   }
-  for (int j = 0; j < n; ++j) y[j] = beta != T(0) ? y[j] * beta : T(0);
+  for (int j = 0; j < n; ++j) y[j] = !numbra_internal::zero_beta(beta) ? y[j] * beta : T(0);
   for (int i = 0; i < m; ++i) {
     for (int e = rowPtr[i]; e < rowPtr[i + 1]; ++e) {
       const T scaled = val[e] * alpha;

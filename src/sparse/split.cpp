@@ -6,6 +6,7 @@
 #include "numbra.h"
 #include "sparse/split_walk.h"
 
+namespace numbra_internal {
 namespace {
 
 // counts[k + 1] = the number of entries with index k in the lines 0 to
@@ -21,18 +22,20 @@ int* count_by_index(int len, int lines, const int* ptr, const int* index) {
 void split_by_counts(int len, int lines, unsigned long nnz, const int* ptr, const int* index,
                      int parts, int* idx) {
   int* entryCount = count_by_index(len, lines, ptr, index);
-  numbra::split_ranges(len, nnz, parts, idx, [&](unsigned long quota) {
-    numbra::count_walk(entryCount, len, parts, quota, idx);
+  numbra_internal::split_ranges(len, nnz, parts, idx, [&](unsigned long quota) {
+    numbra_internal::count_walk(entryCount, len, parts, quota, idx);
   });
   std::free(entryCount);
 }
 
 void split_by_pointers(int len, unsigned long nnz, const int* ptr, int parts, int* idx) {
-  numbra::split_ranges(len, nnz, parts, idx,
-                       [&](unsigned long quota) { numbra::pointer_walk(ptr, parts, quota, idx); });
+  numbra_internal::split_ranges(len, nnz, parts, idx, [&](unsigned long quota) {
+    numbra_internal::pointer_walk(ptr, parts, quota, idx);
+  });
 }
 
 }  // namespace
+}  // namespace numbra_internal
 
 void sparse_split_idx_getSize(int parts, unsigned long& idxBytes) {
   idxBytes = static_cast<unsigned long>(parts) * 4 + 4;
@@ -51,7 +54,7 @@ void sparse_split_coo_lb_nz(int m, int n, unsigned long nnz, const int* cooRow, 
       static_cast<int*>(std::calloc(static_cast<unsigned long>(len) + 1, sizeof(int)));
   for (unsigned long e = 0; e < nnz; ++e) ++runningSum[sorted[e] + 1];
   for (int i = 1; i <= len; ++i) runningSum[i] += runningSum[i - 1];
-  split_by_pointers(len, nnz, runningSum, parts, idx);
+  numbra_internal::split_by_pointers(len, nnz, runningSum, parts, idx);
   std::free(runningSum);
 }
 
@@ -60,9 +63,9 @@ void sparse_split_csr_lb_nz(int m, int n, unsigned long nnz, const int* rowPtr, 
                             const T*, int parts, int dim, int* idx) {
   idx[0] = 0;
   if (dim == 0) {
-    split_by_pointers(m, nnz, rowPtr, parts, idx);
+    numbra_internal::split_by_pointers(m, nnz, rowPtr, parts, idx);
   } else {
-    split_by_counts(n, m, nnz, rowPtr, colIdx, parts, idx);
+    numbra_internal::split_by_counts(n, m, nnz, rowPtr, colIdx, parts, idx);
   }
 }
 
@@ -70,9 +73,9 @@ template <typename T>
 void sparse_split_ccs_lb_nz(int m, int n, unsigned long nnz, const int* colPtr, const int* rowIdx,
                             const T*, int parts, int dim, int* idx) {
   if (dim == 0) {
-    split_by_counts(m, n, nnz, colPtr, rowIdx, parts, idx);
+    numbra_internal::split_by_counts(m, n, nnz, colPtr, rowIdx, parts, idx);
   } else if (dim == 1) {
-    split_by_pointers(n, nnz, colPtr, parts, idx);
+    numbra_internal::split_by_pointers(n, nnz, colPtr, parts, idx);
   }
 }
 

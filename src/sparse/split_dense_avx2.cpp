@@ -17,17 +17,18 @@ void sparse_split_dense_lb_nz(int m, int n, const T* a, int parts, int dim, int*
   for (int i = 0; i < m && n > 0; ++i) {
     const float* row = a + static_cast<unsigned long>(i) * n;
     if (dim == 0) {
-      entryCount[i + 1] = static_cast<int>(numbra::count_passing<numbra::PositiveLanes256>(row, n));
+      entryCount[i + 1] = static_cast<int>(
+          numbra_internal::count_passing<numbra_internal::PositiveLanes256>(row, n));
       total += entryCount[i + 1];
     } else {
-      numbra::add_passing<numbra::PositiveLanes256>(row, n, entryCount + 1);
+      numbra_internal::add_passing<numbra_internal::PositiveLanes256>(row, n, entryCount + 1);
     }
   }
   if (dim == 1) {
     for (int j = 1; j <= n; ++j) total += entryCount[j];
   }
-  numbra::split_ranges(len, total, parts, idx, [&](unsigned long quota) {
-    numbra::count_walk(entryCount, len, parts, quota, idx);
+  numbra_internal::split_ranges(len, total, parts, idx, [&](unsigned long quota) {
+    numbra_internal::count_walk(entryCount, len, parts, quota, idx);
   });
   std::free(entryCount);
 }

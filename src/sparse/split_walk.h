@@ -14,7 +14,7 @@
 #ifndef NUMBRA_SPARSE_SPLIT_WALK_H
 #define NUMBRA_SPARSE_SPLIT_WALK_H
 
-namespace numbra {
+namespace numbra_internal {
 namespace {
 
 // Writes idx[0] and idx[parts]; in between, walk(quota) writes the other
@@ -74,6 +74,6 @@ inline void count_walk(const int* counts, int len, int parts, unsigned long quot
 }
 
 }  // namespace
-}  // namespace numbra
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_SPARSE_SPLIT_WALK_H

@@ -4,12 +4,13 @@
 #include "numbra.h"
 #include "sparse/spmv_runs.h"
 
+namespace numbra_internal {
 namespace {
 
 // ((C4 + C5) + (C6 + C7)) + ((C0 + C1) + (C2 + C3)).
 float fold8(__m256 c) {
-  const float high = numbra::fold4(_mm256_extractf128_ps(c, 1));
-  const float low = numbra::fold4(_mm256_castps256_ps128(c));
+  const float high = numbra_internal::fold4(_mm256_extractf128_ps(c, 1));
+  const float low = numbra_internal::fold4(_mm256_castps256_ps128(c));
   return high + low;
 }
 
@@ -36,7 +37,7 @@ float dot_row_fma(const float* x, const int* idx, const float* val, long count) 
   __m256 c = _mm256_add_ps(b, a);
   for (; e <= count - 8; e += 8)
     c = _mm256_fmadd_ps(gather8(x, idx + e), _mm256_loadu_ps(val + e), c);
-  return numbra::add_run_tail(fold8(c), x, idx, val, e, count);
+  return numbra_internal::add_run_tail(fold8(c), x, idx, val, e, count);
 }
 
 // ((L - 9) >> 3) + 1 groups of eight when L > 8, always leaving a tail of 1
@@ -50,10 +51,11 @@ float dot_block_run_fma(const float* xb, const unsigned short* idx, const float*
       c = _mm256_fmadd_ps(_mm256_loadu_ps(val + e), gather8(xb, idx + e), c);
     }
   }
-  return numbra::add_run_tail(fold8(c), xb, idx, val, e, count);
+  return numbra_internal::add_run_tail(fold8(c), xb, idx, val, e, count);
 }
 
 }  // namespace
+}  // namespace numbra_internal
 
 extern "C" {
 
@@ -61,13 +63,15 @@ void x86SCSRSpmv_fma(int m, const int* rowPtr, const int* colIdx, const float* v
                      float* y) {
   for (int i = 0; i < m; ++i) {
     const int e0 = rowPtr[i];
-    y[i] = dot_row_fma(x, colIdx + e0, val + e0, static_cast<long>(rowPtr[i + 1]) - e0);
+    y[i] = numbra_internal::dot_row_fma(x, colIdx + e0, val + e0,
+                                        static_cast<long>(rowPtr[i + 1]) - e0);
   }
 }
 
 void x86SBCSRSpmv_fma(int m, int n, int blk, const int* blockPtr, const unsigned short* rowLen,
                       const unsigned short* colIdx, const float* val, const float* x, float* y) {
-  numbra::bcsr_product(m, n, blk, blockPtr, rowLen, colIdx, val, x, y, dot_block_run_fma);
+  numbra_internal::bcsr_product(m, n, blk, blockPtr, rowLen, colIdx, val, x, y,
+                                numbra_internal::dot_block_run_fma);
 }
 
 }  // extern "C"

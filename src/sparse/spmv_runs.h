@@ -14,7 +14,7 @@
 
 #include "sparse/nonzero.h"
 
-namespace numbra {
+namespace numbra_internal {
 namespace {
 
 // (v0 + v1) + (v2 + v3).
@@ -78,6 +78,6 @@ void scatter_column(float xv, long count, const Index* idx, const float* val, fl
 }
 
 }  // namespace
-}  // namespace numbra
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_SPARSE_SPMV_RUNS_H

@@ -3,6 +3,7 @@
 #include "numbra.h"
 #include "sparse/nonzero.h"
 
+namespace numbra_internal {
 namespace {
 
 constexpr unsigned long kIndexBytes = sizeof(int);
@@ -18,7 +19,7 @@ void compressed_sizes(int len, unsigned long nnz, unsigned long& ptrBytes, unsig
   valBytes = nnz * kValueBytes;
 }
 
-void block_sizes(const numbra::BlockGrid& grid, unsigned long counts, unsigned long nnz,
+void block_sizes(const numbra_internal::BlockGrid& grid, unsigned long counts, unsigned long nnz,
                  unsigned long& blockPtrBytes, unsigned long& lenBytes, unsigned long& idxBytes,
                  unsigned long& valBytes) {
   // The block count is formed in unsigned long: mb * nb passes the range of
@@ -30,17 +31,18 @@ void block_sizes(const numbra::BlockGrid& grid, unsigned long counts, unsigned l
 }
 
 }  // namespace
+}  // namespace numbra_internal
 
 template <typename T>
 void sparse_csr_getSize(int m, int, unsigned long nnz, unsigned long& rowPtrBytes,
                         unsigned long& colIdxBytes, unsigned long& valBytes) {
-  compressed_sizes(m, nnz, rowPtrBytes, colIdxBytes, valBytes);
+  numbra_internal::compressed_sizes(m, nnz, rowPtrBytes, colIdxBytes, valBytes);
 }
 
 template <typename T>
 void sparse_ccs_getSize(int, int n, unsigned long nnz, unsigned long& colPtrBytes,
                         unsigned long& rowIdxBytes, unsigned long& valBytes) {
-  compressed_sizes(n, nnz, colPtrBytes, rowIdxBytes, valBytes);
+  numbra_internal::compressed_sizes(n, nnz, colPtrBytes, rowIdxBytes, valBytes);
 }
 
 // One count per row of each block row in BCSR (m * nb), per column of each
@@ -49,7 +51,7 @@ template <typename T>
 void sparse_bcsr_getSize(int m, int n, unsigned long nnz, int blk, unsigned long& blockPtrBytes,
                          unsigned long& rowLenBytes, unsigned long& colIdxBytes,
                          unsigned long& valBytes) {
-  const numbra::BlockGrid grid(m, n, blk);
+  const numbra_internal::BlockGrid grid(m, n, blk);
   block_sizes(grid, static_cast<unsigned long>(m) * grid.nb, nnz, blockPtrBytes, rowLenBytes,
               colIdxBytes, valBytes);
 }
@@ -58,7 +60,7 @@ template <typename T>
 void sparse_bccs_getSize(int m, int n, unsigned long nnz, int blk, unsigned long& blockPtrBytes,
                          unsigned long& colLenBytes, unsigned long& rowIdxBytes,
                          unsigned long& valBytes) {
-  const numbra::BlockGrid grid(m, n, blk);
+  const numbra_internal::BlockGrid grid(m, n, blk);
   block_sizes(grid, static_cast<unsigned long>(n) * grid.mb, nnz, blockPtrBytes, colLenBytes,
               rowIdxBytes, valBytes);
 }

@@ -6,7 +6,7 @@
 
 #include <cstdlib>
 
-namespace numbra {
+namespace numbra_internal {
 namespace {
 
 struct TemporaryCompressed {
@@ -26,6 +26,6 @@ struct TemporaryCompressed {
 };
 
 }  // namespace
-}  // namespace numbra
+}  // namespace numbra_internal
 
 #endif  // NUMBRA_SPARSE_TEMPORARY_COMPRESSED_H

@@ -2,15 +2,32 @@
 // sum is rounded on its own, in the order written; nothing is fused.
 #include <cstring>
 
+#include "common/call_frame.h"
 #include "numbra.h"
-#include "vector/elementwise_loop.h"
+#include "simd/element_loop.h"
+
+namespace numbra_internal {
+namespace {
+
+// A zero divisor of either sign gives +0 instead of an infinity or a NaN.
+template <typename T>
+struct DivOrZero {
+  T operator()(T xi, T yi) const { return yi == T(0) ? T(0) : xi / yi; }
+  typename Lanes256<T>::Vec operator()(typename Lanes256<T>::Vec xi,
+                                       typename Lanes256<T>::Vec yi) const {
+    return Lanes256<T>::div_or_zero(xi, yi);
+  }
+};
+
+}  // namespace
+}  // namespace numbra_internal
 
 namespace ZETL {
 namespace numbra {
 
-using ::numbra::chunked_stores_are_exact;
-using ::numbra::Lanes256;
-using ::numbra::map_elements;
+using numbra_internal::chunked_stores_are_exact;
+using numbra_internal::Lanes256;
+using numbra_internal::map_elements;
 
 template <typename T>
 void x86VectorAxpy(unsigned long n, T alpha, const T* x, T* y) {
@@ -28,7 +45,7 @@ template <typename T>
 void x86VectorAxpby(unsigned long n, T alpha, const T* x, T beta, T* y) {
   // A zero beta (either sign) leaves y unread, so what stood there cannot
   // reach the result; a NaN beta is not zero and poisons every element.
-  if (beta == T(0)) {
+  if (numbra_internal::zero_beta(beta)) {
     map_elements(
         n, y, [alpha](auto xi) { return xi * alpha; }, x);
   } else {
@@ -79,23 +96,9 @@ void x86VectorMls(unsigned long n, const T* x, const T* y, T* z) {
       n, z, [](auto xi, auto yi, auto zi) { return zi - xi * yi; }, x, y, z);
 }
 
-namespace {
-
-// A zero divisor of either sign gives +0 instead of an infinity or a NaN.
-template <typename T>
-struct DivOrZero {
-  T operator()(T xi, T yi) const { return yi == T(0) ? T(0) : xi / yi; }
-  typename Lanes256<T>::Vec operator()(typename Lanes256<T>::Vec xi,
-                                       typename Lanes256<T>::Vec yi) const {
-    return Lanes256<T>::div_or_zero(xi, yi);
-  }
-};
-
-}  // namespace
-
 template <typename T>
 void x86VectorDiv(unsigned long n, const T* x, const T* y, T* z) {
-  map_elements(n, z, DivOrZero<T>{}, x, y);
+  map_elements(n, z, numbra_internal::DivOrZero<T>{}, x, y);
 }
 
 template <typename T>

@@ -4,7 +4,7 @@
 #include <type_traits>
 
 #include "numbra.h"
-#include "vector/elementwise_loop.h"
+#include "simd/element_loop.h"
 
 namespace ZETL {
 namespace numbra {
@@ -14,7 +14,7 @@ void x86VectorFillScalar(unsigned long n, T v, T* y) {
   if constexpr (std::is_same_v<T, unsigned char>) {
     if (n != 0) std::memset(y, v, n);
   } else {
-    ::numbra::fill_elements(n, y, v);
+    numbra_internal::fill_elements(n, y, v);
   }
 }
 

@@ -2,9 +2,9 @@
 // sum rounded on its own. A zero beta (either sign) leaves y unread and adds
 // +0 in its place, so a -0 result comes out as +0.
 #include "numbra.h"
-#include "vector/elementwise_loop.h"
+#include "simd/element_loop.h"
 
-namespace numbra {
+namespace numbra_internal {
 namespace {
 
 // 1 where threshold < mask, 0 otherwise (a NaN on either side included),
@@ -19,17 +19,17 @@ struct KeptAbove {
 };
 
 }  // namespace
-}  // namespace numbra
+}  // namespace numbra_internal
 
 namespace ZETL {
 namespace numbra {
 
-using ::numbra::map_blended;
+using numbra_internal::map_blended;
 
 template <typename T>
 void x86VectorMaskAndScale(unsigned long n, const T* mask, T alpha, const T* x, T threshold,
                            T scale, T beta, T* y) {
-  const ::numbra::KeptAbove<T> kept{threshold};
+  const numbra_internal::KeptAbove<T> kept{threshold};
   map_blended(
       n, y, beta,
       [=](auto mi, auto xi) {

@@ -7,7 +7,7 @@
 
 #include "numbra.h"
 
-namespace numbra {
+namespace numbra_internal {
 namespace {
 
 // The 32-bit Mersenne Twister with its published parameters. Each output
@@ -56,7 +56,7 @@ inline double uniform(MersenneTwister& words, double) {
 }
 
 }  // namespace
-}  // namespace numbra
+}  // namespace numbra_internal
 
 namespace ZETL {
 namespace numbra {
@@ -66,8 +66,8 @@ void x86VectorRandGenerate(unsigned long n, T* y) {
   // Opening or reading the device may throw; nothing is stored before the
   // seed is in hand.
   std::random_device device(std::string("/dev/urandom"));
-  ::numbra::MersenneTwister words(device());
-  for (unsigned long i = 0; i < n; ++i) y[i] = ::numbra::uniform(words, T());
+  numbra_internal::MersenneTwister words(device());
+  for (unsigned long i = 0; i < n; ++i) y[i] = numbra_internal::uniform(words, T());
 }
 
 template void x86VectorRandGenerate<float>(unsigned long, float*);

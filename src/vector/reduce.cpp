@@ -1,11 +1,9 @@
 // Reductions. Sums have one accumulator of T and run in ascending order: a
 // split into partial sums would round differently, so they stay serial.
 #include "numbra.h"
-#include "vector/lanes256.h"
+#include "simd/lanes256.h"
 
-namespace ZETL {
-namespace numbra {
-
+namespace numbra_internal {
 namespace {
 
 // The extreme values start from the float limits in both precisions, not
@@ -16,35 +14,6 @@ constexpr T kMaxStart = T(1.17549435082228750797e-38f);
 template <typename T>
 constexpr T kMinStart = T(3.40282346638528859812e+38f);
 
-}  // namespace
-
-template <typename T>
-T x86VectorSum(unsigned long n, const T* x) {
-  T sum = T(0);
-  for (unsigned long i = 0; i < n; ++i) sum = sum + x[i];
-  return sum;
-}
-
-template <typename T>
-T x86VectorDot(unsigned long n, const T* x) {
-  T sum = T(0);
-  for (unsigned long i = 0; i < n; ++i) {
-    const T square = x[i] * x[i];
-    sum = sum + square;
-  }
-  return sum;
-}
-
-// The extreme values are defined by an ascending pass with strict
-// comparisons: a NaN never replaces the running value, and of equal values
-// the earlier stays. The maximum starts above zero, so it never holds a zero,
-// and equal values other than +0 and -0 have equal bits: the largest element
-// is the same number whichever order the elements are visited in, and lanes
-// may take it over separate strides of x. The minimum may end on a zero,
-// where order decides the sign: then it is the first zero of x, since a zero
-// minimum means that no element is negative.
-namespace {
-
 template <typename T>
 struct Extremes {
   T lo, hi;
@@ -54,7 +23,7 @@ struct Extremes {
 // so that the compare chains overlap, each lane over its own stride of x.
 template <typename T, bool kWithMinimum>
 Extremes<T> extremes(unsigned long n, const T* x) {
-  using L = ::numbra::Lanes256<T>;
+  using L = numbra_internal::Lanes256<T>;
   constexpr unsigned long kStep = 2 * L::kCount;
   auto hi0 = L::splat(kMaxStart<T>), hi1 = hi0;
   auto lo0 = L::splat(kMinStart<T>), lo1 = lo0;
@@ -95,15 +64,45 @@ Extremes<T> extremes(unsigned long n, const T* x) {
 }
 
 }  // namespace
+}  // namespace numbra_internal
+
+namespace ZETL {
+namespace numbra {
+
+template <typename T>
+T x86VectorSum(unsigned long n, const T* x) {
+  T sum = T(0);
+  for (unsigned long i = 0; i < n; ++i) sum = sum + x[i];
+  return sum;
+}
+
+template <typename T>
+T x86VectorDot(unsigned long n, const T* x) {
+  T sum = T(0);
+  for (unsigned long i = 0; i < n; ++i) {
+    const T square = x[i] * x[i];
+    sum = sum + square;
+  }
+  return sum;
+}
+
+// The extreme values are defined by an ascending pass with strict
+// comparisons: a NaN never replaces the running value, and of equal values
+// the earlier stays. The maximum starts above zero, so it never holds a zero,
+// and equal values other than +0 and -0 have equal bits: the largest element
+// is the same number whichever order the elements are visited in, and lanes
+// may take it over separate strides of x. The minimum may end on a zero,
+// where order decides the sign: then it is the first zero of x, since a zero
+// minimum means that no element is negative.
 
 template <typename T>
 T x86VectorMax(unsigned long n, const T* x) {
-  return extremes<T, false>(n, x).hi;
+  return numbra_internal::extremes<T, false>(n, x).hi;
 }
 
 template <typename T>
 void x86VectorMaxMin(unsigned long n, const T* x, T* lo, T* hi) {
-  const Extremes<T> e = extremes<T, true>(n, x);
+  const numbra_internal::Extremes<T> e = numbra_internal::extremes<T, true>(n, x);
   *lo = e.lo;
   *hi = e.hi;
 }

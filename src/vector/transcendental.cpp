@@ -8,9 +8,9 @@
 #include <type_traits>
 
 #include "numbra.h"
-#include "vector/elementwise_loop.h"
+#include "simd/element_loop.h"
 
-namespace numbra {
+namespace numbra_internal {
 namespace {
 
 // alpha / (exp(-x) + 1) in double, the sign flipped in T before widening.
@@ -39,14 +39,14 @@ float power_minus_three_quarters(float x) {
 }
 
 }  // namespace
-}  // namespace numbra
+}  // namespace numbra_internal
 
 namespace ZETL {
 namespace numbra {
 
-using ::numbra::blend_term;
-using ::numbra::map_blended;
-using ::numbra::wide_sigmoid;
+using numbra_internal::blend_term;
+using numbra_internal::map_blended;
+using numbra_internal::wide_sigmoid;
 
 template <typename T>
 void x86VectorExp(unsigned long n, const T* x, T* y) {
@@ -59,8 +59,9 @@ template <typename T>
 void x86VectorPower(unsigned long n, const T* x, T p, T* y) {
   if constexpr (std::is_same_v<T, float>) {
     const float offset = 0.75f + p;
-    if (::numbra::kTiny > std::fabs(offset)) {
-      for (unsigned long i = 0; i < n; ++i) y[i] = ::numbra::power_minus_three_quarters(x[i]);
+    if (numbra_internal::kTiny > std::fabs(offset)) {
+      for (unsigned long i = 0; i < n; ++i)
+        y[i] = numbra_internal::power_minus_three_quarters(x[i]);
     } else {
       for (unsigned long i = 0; i < n; ++i) y[i] = powf(x[i], p);
     }

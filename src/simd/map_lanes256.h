@@ -1,16 +1,14 @@
 // The 8-lane element loop of the float activation kernels, which keep their
 // own step layout (steps from x[0], or from y's first 32-byte boundary when
 // streaming).
-#ifndef NUMBRA_ACTIVATION_MAP_LANES256_H
-#define NUMBRA_ACTIVATION_MAP_LANES256_H
+#ifndef NUMBRA_SIMD_MAP_LANES256_H
+#define NUMBRA_SIMD_MAP_LANES256_H
 
 #include <immintrin.h>
 
-#include <cstdint>
+#include "simd/element_loop.h"
 
-#include "vector/elementwise_loop.h"
-
-namespace numbra {
+namespace numbra_internal {
 namespace {
 
 // True when a call over n elements should write y with streaming stores: y
@@ -18,10 +16,7 @@ namespace {
 // of the steps cannot show. An ordinary store first reads the line it
 // writes, which costs a one-in, one-out loop a third of its memory traffic.
 inline bool streams_output(unsigned long n, const float* x, const float* y) {
-  const std::uintptr_t in = reinterpret_cast<std::uintptr_t>(x);
-  const std::uintptr_t out = reinterpret_cast<std::uintptr_t>(y);
-  const unsigned long bytes = n * sizeof(float);
-  return bytes >= kStreamingOutputBytes && (in >= out + bytes || out >= in + bytes);
+  return n * sizeof(float) >= kStreamingOutputBytes && ranges_are_disjoint(x, y, n);
 }
 
 // y[i] = op(x[i]) for i in 0..n-1: the first n & ~7 elements in 8-lane steps
@@ -42,6 +37,6 @@ inline void map_lanes256(unsigned long n, const float* x, float* y, bool streami
 }
 
 }  // namespace
-}  // namespace numbra
+}  // namespace numbra_internal
 
-#endif  // NUMBRA_ACTIVATION_MAP_LANES256_H
+#endif  // NUMBRA_SIMD_MAP_LANES256_H

@@ -9,14 +9,16 @@
 // lands on an element already read) or at least one chunk above it (every
 // store lands in a later chunk, before that chunk is loaded). Everything else
 // takes the scalar loop.
-#ifndef NUMBRA_VECTOR_ELEMENTWISE_LOOP_H
-#define NUMBRA_VECTOR_ELEMENTWISE_LOOP_H
+#ifndef NUMBRA_SIMD_ELEMENT_LOOP_H
+#define NUMBRA_SIMD_ELEMENT_LOOP_H
 
 #include <cstdint>
 
-#include "vector/lanes256.h"
+#include "common/call_frame.h"
+#include "simd/lanes256.h"
 
-namespace numbra {
+namespace numbra_internal {
+namespace {
 
 // True when a forward loop of `chunk`-element steps that loads before it
 // stores gives the ascending-loop result for output `out` and input `in`.
@@ -145,7 +147,7 @@ inline void map_elements(unsigned long n, T* out, Op op, const In*... in) {
 // sign, which leaves *old unread, and *old * beta otherwise.
 template <typename T>
 inline T blend_term(T beta, const T* old) {
-  return beta == T(0) ? T(0) : *old * beta;
+  return zero_beta(beta) ? T(0) : *old * beta;
 }
 
 // out[i] = term(in[i]...) + u under the zero-beta rule of the blending
@@ -154,7 +156,7 @@ inline T blend_term(T beta, const T* old) {
 // formed, so a -0 term comes out +0 when beta is zero.
 template <typename T, class Term, class... In>
 inline void map_blended(unsigned long n, T* out, T beta, Term term, const In*... in) {
-  if (beta == T(0)) {
+  if (zero_beta(beta)) {
     map_elements(
         n, out, [term](auto... v) { return term(v...) + T(0); }, in...);
   } else {
@@ -168,6 +170,7 @@ inline void map_blended(unsigned long n, T* out, T beta, Term term, const In*...
   }
 }
 
-}  // namespace numbra
+}  // namespace
+}  // namespace numbra_internal
 
-#endif  // NUMBRA_VECTOR_ELEMENTWISE_LOOP_H
+#endif  // NUMBRA_SIMD_ELEMENT_LOOP_H

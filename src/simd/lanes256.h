@@ -2,12 +2,13 @@
 // fused arithmetic. Vec is a GCC vector type, so +, -, * and / and mixing
 // with a scalar of T (broadcast) read the same as in scalar code: one
 // operator body serves the vector body of a loop and its scalar tail.
-#ifndef NUMBRA_VECTOR_LANES256_H
-#define NUMBRA_VECTOR_LANES256_H
+#ifndef NUMBRA_SIMD_LANES256_H
+#define NUMBRA_SIMD_LANES256_H
 
 #include <immintrin.h>
 
-namespace numbra {
+namespace numbra_internal {
+namespace {
 
 template <typename T>
 struct Lanes256;
@@ -70,6 +71,7 @@ struct Lanes256<double> {
   }
 };
 
-}  // namespace numbra
+}  // namespace
+}  // namespace numbra_internal
 
-#endif  // NUMBRA_VECTOR_LANES256_H
+#endif  // NUMBRA_SIMD_LANES256_H
