@@ -77,14 +77,23 @@ unsigned long workspace_bytes(int nthreads) {
 namespace ZETL {
 namespace numbra {
 
+using numbra_internal::allocate_floats;
+using numbra_internal::dgemm_float_sum;
+using numbra_internal::for_isa;
+using numbra_internal::kSingle;
+using numbra_internal::sgemm_nn;
+using numbra_internal::transposed_copy;
+using numbra_internal::transposeMatrix;
+using numbra_internal::workspace_bytes;
+
 template <typename T>
 void x86Gemm_nn(ISA_t isa, IMP_t, int, unsigned long m, unsigned long n, unsigned long k, T alpha,
                 unsigned long lda, const T* a, unsigned long ldb, const T* b, T* ws, T beta,
                 unsigned long ldc, T* c) {
-  if constexpr (numbra_internal::kSingle<T>) {
-    numbra_internal::sgemm_nn(isa, m, n, k, alpha, a, lda, b, ldb, ws, beta, c, ldc);
+  if constexpr (kSingle<T>) {
+    sgemm_nn(isa, m, n, k, alpha, a, lda, b, ldb, ws, beta, c, ldc);
   } else {
-    numbra_internal::dgemm_float_sum<false, false>(m, n, k, alpha, lda, a, ldb, b, beta, ldc, c);
+    dgemm_float_sum<false, false>(m, n, k, alpha, lda, a, ldb, b, beta, ldc, c);
   }
 }
 
@@ -92,13 +101,13 @@ template <typename T>
 void x86Gemm_tn(ISA_t isa, IMP_t, int, unsigned long m, unsigned long n, unsigned long k, T alpha,
                 unsigned long lda, const T* a, unsigned long ldb, const T* b, T* ws, T beta,
                 unsigned long ldc, T* c) {
-  if constexpr (numbra_internal::kSingle<T>) {
+  if constexpr (kSingle<T>) {
     // Without the copy the driver still runs, with a null A.
-    float* a_rows = numbra_internal::transposed_copy(m, k, lda, a);
-    numbra_internal::sgemm_nn(isa, m, n, k, alpha, a_rows, k, b, ldb, ws, beta, c, ldc);
+    float* a_rows = transposed_copy(m, k, lda, a);
+    sgemm_nn(isa, m, n, k, alpha, a_rows, k, b, ldb, ws, beta, c, ldc);
     std::free(a_rows);
   } else {
-    numbra_internal::dgemm_float_sum<true, false>(m, n, k, alpha, lda, a, ldb, b, beta, ldc, c);
+    dgemm_float_sum<true, false>(m, n, k, alpha, lda, a, ldb, b, beta, ldc, c);
   }
 }
 
@@ -106,18 +115,18 @@ template <typename T>
 void x86Gemm_nt(ISA_t isa, IMP_t, int, unsigned long m, unsigned long n, unsigned long k, T alpha,
                 unsigned long lda, const T* a, unsigned long ldb, const T* b, T* ws, T beta,
                 unsigned long ldc, T* c) {
-  if constexpr (numbra_internal::kSingle<T>) {
+  if constexpr (kSingle<T>) {
     if (m > 16) {
       // Without the copy the driver still runs, with a null B.
-      float* b_rows = numbra_internal::transposed_copy(k, n, ldb, b);
-      numbra_internal::sgemm_nn(isa, m, n, k, alpha, a, lda, b_rows, n, ws, beta, c, ldc);
+      float* b_rows = transposed_copy(k, n, ldb, b);
+      sgemm_nn(isa, m, n, k, alpha, a, lda, b_rows, n, ws, beta, c, ldc);
       std::free(b_rows);
     } else {
       // One panel of 32 floats per 8 columns of depth, and one more; the
       // kernels run whatever the allocation gave.
       constexpr int kPanelStride = 32;
       float* scratch = static_cast<float*>(std::malloc((k >> 3 << 7) + 128));
-      const auto skinny = numbra_internal::for_isa(isa, sgemm_nt_fma, sgemm_nt_avx);
+      const auto skinny = for_isa(isa, sgemm_nt_fma, sgemm_nt_avx);
       if (skinny != nullptr) {
         skinny(int(m), int(n), int(k), alpha, int(lda), a, kPanelStride, scratch, int(ldb), b, beta,
                int(ldc), c);
@@ -125,7 +134,7 @@ void x86Gemm_nt(ISA_t isa, IMP_t, int, unsigned long m, unsigned long n, unsigne
       std::free(scratch);
     }
   } else {
-    numbra_internal::dgemm_float_sum<false, true>(m, n, k, alpha, lda, a, ldb, b, beta, ldc, c);
+    dgemm_float_sum<false, true>(m, n, k, alpha, lda, a, ldb, b, beta, ldc, c);
   }
 }
 
@@ -133,41 +142,41 @@ template <typename T>
 void x86Gemm_tt(ISA_t isa, IMP_t, int, unsigned long m, unsigned long n, unsigned long k, T alpha,
                 unsigned long lda, const T* a, unsigned long ldb, const T* b, T* ws, T beta,
                 unsigned long ldc, T* c) {
-  if constexpr (numbra_internal::kSingle<T>) {
-    float* a_rows = numbra_internal::allocate_floats(m * k);
-    float* b_rows = numbra_internal::allocate_floats(n * k);
+  if constexpr (kSingle<T>) {
+    float* a_rows = allocate_floats(m * k);
+    float* b_rows = allocate_floats(n * k);
     // If either copy failed, C stays as it was and the other copy is not
     // given back.
     if (a_rows == nullptr || b_rows == nullptr) return;
-    numbra_internal::transposeMatrix<float>(int(k), int(m), int(lda), a, int(k), a_rows);
-    numbra_internal::transposeMatrix<float>(int(n), int(k), int(ldb), b, int(n), b_rows);
-    numbra_internal::sgemm_nn(isa, m, n, k, alpha, a_rows, k, b_rows, n, ws, beta, c, ldc);
+    transposeMatrix<float>(int(k), int(m), int(lda), a, int(k), a_rows);
+    transposeMatrix<float>(int(n), int(k), int(ldb), b, int(n), b_rows);
+    sgemm_nn(isa, m, n, k, alpha, a_rows, k, b_rows, n, ws, beta, c, ldc);
     std::free(a_rows);
     std::free(b_rows);
   } else {
-    numbra_internal::dgemm_float_sum<true, true>(m, n, k, alpha, lda, a, ldb, b, beta, ldc, c);
+    dgemm_float_sum<true, true>(m, n, k, alpha, lda, a, ldb, b, beta, ldc, c);
   }
 }
 
 template <typename T>
 unsigned long x86GemmNNGetSize(int nthreads, unsigned long, unsigned long, unsigned long,
                                unsigned long, unsigned long, unsigned long) {
-  return numbra_internal::workspace_bytes<T>(nthreads);
+  return workspace_bytes<T>(nthreads);
 }
 template <typename T>
 unsigned long x86GemmNTGetSize(int nthreads, unsigned long, unsigned long, unsigned long,
                                unsigned long, unsigned long, unsigned long) {
-  return numbra_internal::workspace_bytes<T>(nthreads);
+  return workspace_bytes<T>(nthreads);
 }
 template <typename T>
 unsigned long x86GemmTNGetSize(int nthreads, unsigned long, unsigned long, unsigned long,
                                unsigned long, unsigned long, unsigned long) {
-  return numbra_internal::workspace_bytes<T>(nthreads);
+  return workspace_bytes<T>(nthreads);
 }
 template <typename T>
 unsigned long x86GemmTTGetSize(int nthreads, unsigned long, unsigned long, unsigned long,
                                unsigned long, unsigned long, unsigned long) {
-  return numbra_internal::workspace_bytes<T>(nthreads);
+  return workspace_bytes<T>(nthreads);
 }
 
 #define NUMBRA_INSTANTIATE_GEMM(T)                                                               \
