@@ -1,19 +1,17 @@
 // Transpose by tiles of 256 bytes a side (64 floats, 32 doubles). Each
 // source tile is read in squares of 32 bytes a side (8 x 8 floats, 4 x 4
-// doubles), turned in registers and stored into a tile buffer on the stack,
-// and the buffer then goes out destination row by destination row, whole
-// cache lines at a time. Reading the source straight down its columns would
-// put every row of a tile into the same few cache sets whenever the row
-// stride is a multiple of 4 KiB, and writing 32 bytes into each of many
-// destination rows would leave their lines half written.
+// doubles), turned in registers and stored straight into the destination;
+// a destination large enough to be streamed gets each tile through a buffer
+// on the stack instead, so that it goes out row by row in whole cache
+// lines, never half written. Reading the source straight down its columns
+// instead would put every row of a tile into the same few cache sets
+// whenever the row stride is a multiple of 4 KiB.
 //
 // Tiles at the right and bottom edges are simply narrower; the elements
 // beyond the last whole square go one at a time. a and b do not overlap, so
 // each element of b is written once, with the value the one-at-a-time copy
 // would put there, whatever the order. While a tile goes out, the source of
 // the next one is asked for.
-//
-// Compiled with AVX: the library runs on AVX processors only.
 #include <immintrin.h>
 
 #include <algorithm>
