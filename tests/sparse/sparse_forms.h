@@ -178,12 +178,6 @@ inline Blocked block_of(int m, int n, int blk, const Compressed& c, bool by_colu
   return b;
 }
 
-inline void expect_same_values(const std::vector<float>& expected,
-                               const std::vector<float>& actual) {
-  ASSERT_EQ(expected.size(), actual.size());
-  EXPECT_SAME_ARRAY_BITS(expected.data(), actual.data(), expected.size());
-}
-
 // Compressed forms whose values may stand in any order among the entries of
 // one position: each such group is compared as a multiset of bit patterns.
 inline void expect_same_entries(const Compressed& want, const Compressed& got) {

@@ -73,49 +73,43 @@ std::vector<int> split(int parts, Call call, std::vector<T>&... operands) {
   return idx;
 }
 
-// A CSR matrix with the given row lengths, every entry in column 0, cut by
-// rows; and a CCS matrix of one column holding lengths[k] entries in row k,
-// cut by rows.
-std::vector<int> csr_split(const std::vector<int>& lengths, int parts) {
-  std::vector<int> ptr = {0};
-  for (int l : lengths) ptr.push_back(ptr.back() + l);
-  std::vector<int> col(ptr.back(), 0);
+// Rows holding lengths[k] entries, cut by rows: as a CSR matrix with every
+// entry in column 0 (the pointer walk), or as a CCS matrix of one column
+// (the count walk).
+enum Walk { kPointers, kCounts };
+std::vector<int> cut_rows(const std::vector<int>& lengths, int parts, Walk walk) {
+  const bool by_columns = walk == kCounts;
+  std::vector<int> ptr = {0}, index;
+  for (std::size_t k = 0; k < lengths.size(); ++k) {
+    ptr.push_back(ptr.back() + lengths[k]);
+    index.insert(index.end(), lengths[k], by_columns ? static_cast<int>(k) : 0);
+  }
+  if (by_columns) ptr = {0, ptr.back()};
   return split(
       parts,
-      [&](int* idx, const int* p, const int* c) {
-        sparse_split_csr_lb_nz<float>(int(lengths.size()), 1, col.size(), p, c, nullptr, parts, 0,
-                                      idx);
+      [&](int* idx, const int* p, const int* i) {
+        (by_columns ? sparse_split_ccs_lb_nz<float>
+                    : sparse_split_csr_lb_nz<float>)(static_cast<int>(lengths.size()), 1,
+                                                     index.size(), p, i, nullptr, parts, 0, idx);
       },
-      ptr, col);
-}
-
-std::vector<int> ccs_row_split(const std::vector<int>& lengths, int parts) {
-  std::vector<int> row;
-  for (std::size_t k = 0; k < lengths.size(); ++k) row.insert(row.end(), lengths[k], int(k));
-  std::vector<int> ptr = {0, static_cast<int>(row.size())};
-  return split(
-      parts,
-      [&](int* idx, const int* p, const int* r) {
-        sparse_split_ccs_lb_nz<float>(int(lengths.size()), 1, row.size(), p, r, nullptr, parts, 0,
-                                      idx);
-      },
-      ptr, row);
+      ptr, index);
 }
 
 TEST(SparseSplit, WorkedCases) {
-  EXPECT_EQ(csr_split({2, 2, 2, 2}, 2), (std::vector<int>{0, 2, 4}));
-  EXPECT_EQ(ccs_row_split({2, 2, 2, 2}, 2), (std::vector<int>{0, 3, 4}));
-  EXPECT_EQ(ccs_row_split({5, 1, 1, 1}, 2), (std::vector<int>{0, 1, 4}));
-  EXPECT_EQ(csr_split({10, 10}, 4), (std::vector<int>{0, 1, 1, 2, 2}));
-  EXPECT_EQ(csr_split({10}, 4), (std::vector<int>{0, 0, 0, 1, 1}));
-  EXPECT_EQ(csr_split({0, 0, 0, 0, 0, 0}, 4), (std::vector<int>{0, 1, 1, 1, 6}));
+  EXPECT_EQ(cut_rows({2, 2, 2, 2}, 2, kPointers), (std::vector<int>{0, 2, 4}));
+  EXPECT_EQ(cut_rows({2, 2, 2, 2}, 2, kCounts), (std::vector<int>{0, 3, 4}));
+  EXPECT_EQ(cut_rows({5, 1, 1, 1}, 2, kCounts), (std::vector<int>{0, 1, 4}));
+  EXPECT_EQ(cut_rows({10, 10}, 4, kPointers), (std::vector<int>{0, 1, 1, 2, 2}));
+  EXPECT_EQ(cut_rows({10}, 4, kPointers), (std::vector<int>{0, 0, 0, 1, 1}));
+  EXPECT_EQ(cut_rows({0, 0, 0, 0, 0, 0}, 4, kPointers), (std::vector<int>{0, 1, 1, 1, 6}));
   // A zero quota with a first row that is not empty: the search for the
   // second boundary starts before row 0.
-  EXPECT_EQ(csr_split({3, 0, 0}, 4), (std::vector<int>{0, 0, 0, 0, 3}));
+  EXPECT_EQ(cut_rows({3, 0, 0}, 4, kPointers), (std::vector<int>{0, 0, 0, 0, 3}));
   // Ten entries in three parts aim at 3 and 6.
-  EXPECT_EQ(csr_split({1, 1, 1, 1, 1, 1, 1, 1, 1, 1}, 3), (std::vector<int>{0, 3, 6, 10}));
+  EXPECT_EQ(cut_rows({1, 1, 1, 1, 1, 1, 1, 1, 1, 1}, 3, kPointers),
+            (std::vector<int>{0, 3, 6, 10}));
   // A zero quota walks one place a boundary through all-empty rows.
-  EXPECT_EQ(ccs_row_split({0, 0, 0, 0, 0, 0}, 4), (std::vector<int>{0, 2, 3, 4, 6}));
+  EXPECT_EQ(cut_rows({0, 0, 0, 0, 0, 0}, 4, kCounts), (std::vector<int>{0, 2, 3, 4, 6}));
   // The dense split counts positive values only: row 0 is all negative.
   std::vector<float> a = {-5, -5, -5, 1, 0, 2, 0, 0, 3};
   EXPECT_EQ(split(

@@ -62,6 +62,11 @@ Form convert(const Form& want, Call call, const std::vector<In>&... inputs) {
   return got;
 }
 
+void expect_same_values(const std::vector<float>& want, const std::vector<float>& got) {
+  ASSERT_EQ(want.size(), got.size());
+  EXPECT_SAME_ARRAY_BITS(want.data(), got.data(), want.size());
+}
+
 void expect_same_form(const Compressed& want, const Compressed& got) {
   EXPECT_EQ(want.ptr, got.ptr);
   EXPECT_EQ(want.idx, got.idx);
