@@ -88,10 +88,6 @@ struct Blocked {
         len(len_bytes / sizeof(unsigned short)),
         local(local_bytes / sizeof(unsigned short)),
         val(val_bytes / sizeof(float)) {}
-  bool operator==(const Blocked& o) const {
-    return ptr == o.ptr && len == o.len && local == o.local &&
-           std::equal(val.begin(), val.end(), o.val.begin(), o.val.end(), numbra_fuzz::same_bits);
-  }
 };
 
 void dense_source(int m, int n, int blk, const std::vector<float>& a) {
@@ -110,25 +106,17 @@ void dense_source(int m, int n, int blk, const std::vector<float>& a) {
   nb::sparse_matrix_dense2ccs<float>(m, n, a.data(), col_ptr.data(), row.data(), ccs_val.data());
   require_same_entries(kept, compressed_entries(n, m, nnz, col_ptr, row, ccs_val, true, true));
 
-  // Straight from the dense source, and from the compressed form.
   for (const bool by_columns : {false, true}) {
     (by_columns ? nb::sparse_matrix_dense2bccs_getSize<float>
                 : nb::sparse_matrix_dense2bcsr_getSize<float>)(m, n, a.data(), blk, nnz, ptr_bytes,
                                                                len_bytes, idx_bytes, val_bytes);
-    Blocked blocked(ptr_bytes, len_bytes, idx_bytes, val_bytes), again = blocked;
+    Blocked blocked(ptr_bytes, len_bytes, idx_bytes, val_bytes);
     (by_columns ? nb::sparse_matrix_dense2bccs<float>
                 : nb::sparse_matrix_dense2bcsr<float>)(m, n, a.data(), blk, blocked.ptr.data(),
                                                        blocked.len.data(), blocked.local.data(),
                                                        blocked.val.data());
     require_same_entries(kept, block_entries(m, n, blk, nnz, blocked.ptr, blocked.len,
                                              blocked.local, blocked.val, by_columns));
-    (by_columns ? sparse_ccs2bccs<float>
-                : sparse_csr2bcsr<float>)(m, n, nnz, by_columns ? col_ptr.data() : row_ptr.data(),
-                                          by_columns ? row.data() : col.data(),
-                                          by_columns ? ccs_val.data() : csr_val.data(), blk,
-                                          again.ptr.data(), again.len.data(), again.local.data(),
-                                          again.val.data());
-    require(again == blocked);
   }
 }
 
@@ -173,7 +161,8 @@ void coordinate_source(int m, int n, int blk, numbra_fuzz::FuzzInput& in) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   numbra_fuzz::FuzzInput in(data, size);
-  const int m = in.below(40), n = in.below(40), blk = 1 + in.below(9);
+  // Rows of 64 columns and more take the 64-element masks of the dense walks.
+  const int m = in.below(24), n = in.below(140), blk = 1 + in.below(9);
   std::vector<float> a(static_cast<std::size_t>(m) * n);
   for (float& v : a) v = in.value();
   dense_source(m, n, blk, a);

@@ -1,6 +1,6 @@
 // Sparse matrices for the tests: random sources with the values the nonzero
-// test treats specially, the compressed and block forms built by their plain
-// definitions, and guarded copies of arrays.
+// test treats specially, and the compressed and block forms built by their
+// plain definitions.
 #ifndef NUMBRA_TESTS_SPARSE_FORMS_H
 #define NUMBRA_TESTS_SPARSE_FORMS_H
 
@@ -10,13 +10,11 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
-#include <memory>
 #include <random>
 #include <tuple>
 #include <vector>
 
 #include "support/float_bits.h"
-#include "support/guarded_buffer.h"
 
 namespace sparse_test {
 
@@ -27,10 +25,11 @@ using numbra_test::from_bits;
 inline float below_threshold() { return from_bits<float>(0x322BCC77u); }
 inline float above_threshold() { return from_bits<float>(0x322BCC78u); }
 
-// Values for matrices and vectors: of mixed sign and magnitude, with one in
-// `one_in` replaced by a value that the nonzero test or the arithmetic treats
-// specially: the threshold neighbours of both signs, tiny values, zeros of
-// both signs, NaN and infinities.
+inline bool stored(float v) { return static_cast<double>(std::fabs(v)) > 1e-8; }
+
+// Values of mixed sign and magnitude with one in `one_in` replaced by a value
+// that the nonzero test or the arithmetic treats specially: the threshold
+// neighbours of both signs, tiny values, zeros of both signs, NaN, infinities.
 inline std::vector<float> edge_values(std::size_t n, std::uint32_t seed, int one_in = 4) {
   const float inf = std::numeric_limits<float>::infinity();
   const float specials[] = {below_threshold(),
@@ -78,21 +77,14 @@ struct Coo {
 // Entries at random positions in random order, a fifth of them repeating an
 // earlier position, with explicit zeros and near-zeros among the values.
 inline Coo random_coo(int m, int n, unsigned long nnz, std::uint32_t seed) {
-  Coo c;
-  c.m = m;
-  c.n = n;
-  c.val = edge_values(nnz, seed);
+  Coo c{m, n, {}, {}, edge_values(nnz, seed)};
   std::mt19937 gen(seed);
   std::uniform_int_distribution<int> r(0, std::max(m - 1, 0)), k(0, std::max(n - 1, 0));
   for (unsigned long e = 0; e < nnz; ++e) {
-    if (e > 0 && gen() % 5 == 0) {
-      const unsigned long earlier = gen() % e;
-      c.row.push_back(c.row[earlier]);
-      c.col.push_back(c.col[earlier]);
-    } else {
-      c.row.push_back(r(gen));
-      c.col.push_back(k(gen));
-    }
+    const bool repeat = e > 0 && gen() % 5 == 0;
+    const unsigned long earlier = repeat ? gen() % e : 0;
+    c.row.push_back(repeat ? c.row[earlier] : r(gen));
+    c.col.push_back(repeat ? c.col[earlier] : k(gen));
   }
   return c;
 }
@@ -104,36 +96,51 @@ struct Compressed {
   std::vector<float> val;
 };
 
-inline bool stored(float v) { return static_cast<double>(std::fabs(v)) > 1e-8; }
-
-inline Compressed csr_of_dense(int m, int n, const std::vector<float>& a) {
-  Compressed c;
-  c.ptr.push_back(0);
-  for (int i = 0; i < m; ++i) {
-    for (int j = 0; j < n; ++j) {
-      if (stored(a[i * n + j])) {
-        c.idx.push_back(j);
-        c.val.push_back(a[i * n + j]);
-      }
+inline Compressed compressed_of_dense(int m, int n, const std::vector<float>& a, bool by_columns) {
+  const int lines = by_columns ? n : m, width = by_columns ? m : n;
+  Compressed c{{0}, {}, {}};
+  for (int line = 0; line < lines; ++line) {
+    for (int k = 0; k < width; ++k) {
+      const float v = by_columns ? a[k * n + line] : a[line * n + k];
+      if (!stored(v)) continue;
+      c.idx.push_back(k);
+      c.val.push_back(v);
     }
     c.ptr.push_back(static_cast<int>(c.idx.size()));
   }
   return c;
 }
 
-inline Compressed ccs_of_dense(int m, int n, const std::vector<float>& a) {
-  Compressed c;
-  c.ptr.push_back(0);
-  for (int j = 0; j < n; ++j) {
-    for (int i = 0; i < m; ++i) {
-      if (stored(a[i * n + j])) {
-        c.idx.push_back(i);
-        c.val.push_back(a[i * n + j]);
-      }
-    }
-    c.ptr.push_back(static_cast<int>(c.idx.size()));
-  }
+// The compressed form of `lines` lines holding entries sorted by their major
+// index.
+inline Compressed compressed_of_sorted(int lines, const std::vector<int>& major,
+                                       const std::vector<int>& minor,
+                                       const std::vector<float>& val) {
+  EXPECT_TRUE(std::is_sorted(major.begin(), major.end()));
+  Compressed c{std::vector<int>(lines + 1, 0), minor, val};
+  for (int k : major) ++c.ptr[k + 1];
+  for (int i = 1; i <= lines; ++i) c.ptr[i] += c.ptr[i - 1];
   return c;
+}
+
+// The COO entries by rows (or columns), then by the other index: a stable
+// sort of the input.
+inline Compressed compressed_of_coo(const Coo& c, bool by_columns) {
+  std::vector<std::size_t> order(c.nnz());
+  for (std::size_t e = 0; e < order.size(); ++e) order[e] = e;
+  const auto& major = by_columns ? c.col : c.row;
+  const auto& minor = by_columns ? c.row : c.col;
+  std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+    return std::tie(major[a], minor[a]) < std::tie(major[b], minor[b]);
+  });
+  std::vector<int> ma, mi;
+  std::vector<float> v;
+  for (std::size_t e : order) {
+    ma.push_back(major[e]);
+    mi.push_back(minor[e]);
+    v.push_back(c.val[e]);
+  }
+  return compressed_of_sorted(by_columns ? c.n : c.m, ma, mi, v);
 }
 
 // A block form: BCSR (counts per local row, local columns) or BCCS (counts
@@ -149,12 +156,11 @@ struct Blocked {
 // entries of the compressed source that fall into the block, in source order.
 inline Blocked block_of(int m, int n, int blk, const Compressed& c, bool by_columns) {
   const int mb = (m + blk - 1) / blk, nb = (n + blk - 1) / blk;
-  Blocked b;
-  b.blockPtr.push_back(0);
+  Blocked b{{0}, {}, {}, {}};
   for (int bi = 0; bi < mb; ++bi) {
     for (int bj = 0; bj < nb; ++bj) {
       const int line0 = by_columns ? bj * blk : bi * blk;
-      const int lines = by_columns ? std::min(n - line0, blk) : std::min(m - line0, blk);
+      const int lines = std::min((by_columns ? n : m) - line0, blk);
       const int inner0 = by_columns ? bi * blk : bj * blk;
       for (int line = line0; line < line0 + lines; ++line) {
         int count = 0;
@@ -172,73 +178,24 @@ inline Blocked block_of(int m, int n, int blk, const Compressed& c, bool by_colu
   return b;
 }
 
-// Copies of vectors that sit flush against an inaccessible page after their
-// last element.
-template <typename T>
-std::unique_ptr<numbra_test::GuardedBuffer<T>> guarded(const std::vector<T>& v) {
-  auto g = std::make_unique<numbra_test::GuardedBuffer<T>>(v.size(), numbra_test::Guard::kAfter);
-  g->assign(v.data());
-  return g;
-}
-
-template <typename T>
-std::unique_ptr<numbra_test::GuardedBuffer<T>> guarded_filled(std::size_t n, T fill) {
-  return guarded(std::vector<T>(n, fill));
-}
-
-template <typename T>
-std::vector<T> contents(numbra_test::GuardedBuffer<T>& g) {
-  return std::vector<T>(g.data(), g.data() + g.size());
-}
-
-inline void expect_same_values(const std::vector<float>& expected,
-                               const std::vector<float>& actual) {
-  ASSERT_EQ(expected.size(), actual.size());
-  EXPECT_SAME_ARRAY_BITS(expected.data(), actual.data(), expected.size());
-}
-
-// Entries sorted by (major, minor) whose values may stand in any order among
-// entries of the same position: compared position by position, each group
-// of values as a multiset of bit patterns.
-inline void expect_same_entries(const std::vector<int>& major, const std::vector<int>& minor,
-                                const std::vector<float>& val, const std::vector<int>& major2,
-                                const std::vector<int>& minor2, const std::vector<float>& val2) {
-  ASSERT_EQ(major, major2);
-  ASSERT_EQ(minor, minor2);
-  ASSERT_EQ(val.size(), val2.size());
-  for (std::size_t start = 0; start < val.size();) {
-    std::size_t end = start + 1;
-    while (end < val.size() && major[end] == major[start] && minor[end] == minor[start]) ++end;
-    std::vector<std::uint32_t> a, b;
-    for (std::size_t e = start; e < end; ++e) {
-      a.push_back(bits(val[e]));
-      b.push_back(bits(val2[e]));
+// Compressed forms whose values may stand in any order among the entries of
+// one position: each such group is compared as a multiset of bit patterns.
+inline void expect_same_entries(const Compressed& want, const Compressed& got) {
+  ASSERT_EQ(want.ptr, got.ptr);
+  ASSERT_EQ(want.idx, got.idx);
+  ASSERT_EQ(want.val.size(), got.val.size());
+  for (std::size_t line = 0; line + 1 < want.ptr.size(); ++line) {
+    for (int start = want.ptr[line], end; start < want.ptr[line + 1]; start = end) {
+      std::vector<std::uint32_t> a, b;
+      for (end = start; end < want.ptr[line + 1] && want.idx[end] == want.idx[start]; ++end) {
+        a.push_back(bits(want.val[end]));
+        b.push_back(bits(got.val[end]));
+      }
+      std::sort(a.begin(), a.end());
+      std::sort(b.begin(), b.end());
+      EXPECT_EQ(a, b) << "values at (" << line << ", " << want.idx[start] << ")";
     }
-    std::sort(a.begin(), a.end());
-    std::sort(b.begin(), b.end());
-    EXPECT_EQ(a, b) << "values at position (" << major[start] << ", " << minor[start] << ")";
-    start = end;
   }
-}
-
-// The COO entries in (major, minor) order: a stable sort of the input.
-inline std::tuple<std::vector<int>, std::vector<int>, std::vector<float>> sorted_entries(
-    const Coo& c, bool by_columns) {
-  std::vector<std::size_t> order(c.nnz());
-  for (std::size_t e = 0; e < order.size(); ++e) order[e] = e;
-  const auto& major = by_columns ? c.col : c.row;
-  const auto& minor = by_columns ? c.row : c.col;
-  std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
-    return std::tie(major[a], minor[a]) < std::tie(major[b], minor[b]);
-  });
-  std::vector<int> ma, mi;
-  std::vector<float> v;
-  for (std::size_t e : order) {
-    ma.push_back(major[e]);
-    mi.push_back(minor[e]);
-    v.push_back(c.val[e]);
-  }
-  return {ma, mi, v};
 }
 
 }  // namespace sparse_test

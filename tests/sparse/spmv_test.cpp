@@ -1,20 +1,24 @@
-// The sparse matrix-vector kernels against scalar definitions of their
-// arithmetic order: four partial sums for the 128-bit row kernels, the
-// gathered fused steps and folds of the row kernels with FMA, the scatter
-// with its test on x for the column kernels. Run lengths sweep 0 to 40 across
-// every step and group boundary; x holds NaN, infinities and values around
-// 1e-8; all arrays sit against guard pages and y starts as NaN.
+// The sparse matrix-vector kernels of every form against scalar definitions
+// of their arithmetic order: four partial sums for the 128-bit row kernels,
+// the gathered fused steps and folds of the row kernels with FMA, the
+// scatter with its test on x for the column kernels. Run lengths sweep 0 to
+// 40 across every step and group boundary; x holds NaN, infinities and
+// values around 1e-8; every array sits against guard pages and y starts as
+// NaN.
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <random>
 #include <vector>
 
 #include "numbra.h"
 #include "sparse/sparse_forms.h"
+#include "support/guarded_call.h"
 
 namespace nb = ZETL::numbra;
 using namespace sparse_test;
+using numbra_test::call_guarded;
 
 namespace {
 
@@ -30,8 +34,7 @@ float fold8(const float* c) {
   return ((c[4] + c[5]) + (c[6] + c[7])) + ((c[0] + c[1]) + (c[2] + c[3]));
 }
 
-template <typename Index>
-float dot_unroll(const float* x, const Index* idx, const float* val, int count) {
+float dot_unroll(const float* x, const int* idx, const float* val, int count) {
   float s[4] = {0, 0, 0, 0};
   int e = 0;
   for (; e + 4 <= count; e += 4) {
@@ -60,195 +63,180 @@ float dot_csr_fma(const float* x, const int* idx, const float* val, int count) {
   return r;
 }
 
-float dot_bcsr_fma(const float* x, const unsigned short* idx, const float* val, int count) {
+float dot_bcsr_fma(const float* x, const int* idx, const float* val, int count) {
   float c[8] = {};
   int e = 0;
-  if (count > 8) {
-    for (int g = 0; g < ((count - 9) >> 3) + 1; ++g, e += 8) {
-      for (int t = 0; t < 8; ++t) {
-        c[t] = std::fma(val[e + t], x[static_cast<short>(idx[e + t])], c[t]);
-      }
-    }
+  for (; count > 8 && e < ((count - 9) >> 3) * 8 + 8; e += 8) {
+    for (int t = 0; t < 8; ++t) c[t] = std::fma(val[e + t], x[idx[e + t]], c[t]);
   }
   float r = fold8(c);
   for (; e < count; ++e) r = add_product(r, x[idx[e]], val[e]);
   return r;
 }
 
-// A compressed form whose line k holds a run of (k + shift) % 41 entries at
-// random places in [0, width), repeats included, behind `offset` entries that
-// no line owns: the kernels start at ptr[0], whatever it holds.
-Compressed runs(int lines, int width, int shift, int offset, std::uint32_t seed) {
-  Compressed c;
-  std::mt19937 gen(seed);
-  std::uniform_int_distribution<int> place(0, width - 1);
-  c.idx.assign(offset, 0);
-  c.val.assign(offset, std::nanf(""));
-  c.ptr.push_back(offset);
-  for (int k = 0; k < lines; ++k) {
-    for (int e = 0; e < (k + shift) % (kLongestRun + 1); ++e) c.idx.push_back(place(gen));
-    c.ptr.push_back(static_cast<int>(c.idx.size()));
-  }
-  const std::vector<float> values = edge_values(c.idx.size(), seed + 1, 40);
-  for (std::size_t e = offset; e < c.idx.size(); ++e) c.val.push_back(values[e]);
-  return c;
-}
+using Dot = float (*)(const float*, const int*, const float*, int);
 
-// A block form with the same sweep of run lengths over its lines.
-Blocked block_runs(int m, int n, int blk, bool by_columns, std::uint32_t seed) {
-  const int mb = (m + blk - 1) / blk, nb_ = (n + blk - 1) / blk;
-  std::mt19937 gen(seed);
-  Blocked b;
-  b.blockPtr.push_back(0);
-  int k = 0;
-  for (int bi = 0; bi < mb; ++bi) {
-    for (int bj = 0; bj < nb_; ++bj) {
-      const int rows = std::min(m - bi * blk, blk), cols = std::min(n - bj * blk, blk);
-      const int lines = by_columns ? cols : rows, width = by_columns ? rows : cols;
-      for (int line = 0; line < lines; ++line, ++k) {
-        const int count = (k * 7) % (kLongestRun + 1);
-        b.len.push_back(static_cast<unsigned short>(count));
-        for (int e = 0; e < count; ++e) b.idx.push_back(static_cast<unsigned short>(gen() % width));
-      }
-      b.blockPtr.push_back(b.blockPtr.back() + lines);
-    }
-  }
-  b.val = edge_values(b.idx.size(), seed + 1, 40);
-  return b;
-}
+// One line of a form: its entries [first, first + count), the element of y
+// (row forms) or of x (column forms) it belongs to, and the offset of its
+// indices into the other vector.
+struct Line {
+  int own, base, first, count;
+};
 
-// Calls visit(bi, bj, line, first, count) for every line of every block in
-// grid order, where the line's count entries start at entry `first`.
-template <typename Visit>
-void for_each_block_line(int m, int n, int blk, const Blocked& b, Visit visit) {
-  const int mb = (m + blk - 1) / blk, nb_ = (n + blk - 1) / blk;
-  int first = 0;
-  for (int bi = 0; bi < mb; ++bi) {
-    for (int bj = 0; bj < nb_; ++bj) {
-      const int block = bi * nb_ + bj;
-      for (int k = b.blockPtr[block]; k < b.blockPtr[block + 1]; ++k) {
-        visit(bi, bj, k - b.blockPtr[block], first, b.len[k]);
-        first += b.len[k];
+template <typename Run>
+struct Kernel {
+  const char* name;
+  Dot dot;  // null for the column forms, which scatter
+  Run run;
+};
+using CompressedRun =
+    std::function<void(int, int, const int*, const int*, const float*, const float*, float*)>;
+using BlockRun = std::function<void(int, int, int, const int*, const unsigned short*,
+                                    const unsigned short*, const float*, const float*, float*)>;
+
+// Every kernel of one form over one matrix whose line k holds a run of
+// (7 k + shift) % 41 entries at random places, repeats included.
+class SpmvTester {
+ public:
+  SpmvTester& shape(int m, int n) { return m_ = m, n_ = n, *this; }
+  // 0: the compressed form.
+  SpmvTester& block(int blk) { return blk_ = blk, *this; }
+  SpmvTester& by_columns(bool by_columns) { return by_columns_ = by_columns, *this; }
+  SpmvTester& shift(int shift) { return shift_ = shift, *this; }
+  // Entries that no line owns before the first: the compressed kernels
+  // start at ptr[0], whatever it holds.
+  SpmvTester& offset(int offset) { return offset_ = offset, *this; }
+
+  void test() const {
+    SCOPED_TRACE(testing::Message() << m_ << " x " << n_ << " blk " << blk_ << " shift " << shift_
+                                    << " offset " << offset_ << (by_columns_ ? " by columns" : ""));
+    const std::uint32_t seed = m_ * 1000 + n_ * 10 + blk_ + shift_;
+    std::vector<float> x = edge_values(n_, seed, 6);
+    std::vector<Line> lines;
+    std::vector<int> idx(offset_, 0);
+    std::mt19937 gen(seed);
+    const int block = blk_ > 0 ? blk_ : std::max(m_, n_);
+    for (int bi = 0; bi * block < m_; ++bi) {
+      for (int bj = 0; bj * block < n_; ++bj) {
+        const int rows = std::min(m_ - bi * block, block), cols = std::min(n_ - bj * block, block);
+        for (int k = 0; k < (by_columns_ ? cols : rows); ++k) {
+          const int count = (static_cast<int>(lines.size()) * 7 + shift_) % (kLongestRun + 1);
+          lines.push_back(by_columns_ ? Line{bj * block + k, bi * block, int(idx.size()), count}
+                                      : Line{bi * block + k, bj * block, int(idx.size()), count});
+          for (int e = 0; e < count; ++e) idx.push_back(gen() % (by_columns_ ? rows : cols));
+        }
       }
     }
-  }
-}
+    std::vector<float> val = edge_values(idx.size(), seed + 1, 40);
+    for (int e = 0; e < offset_; ++e) val[e] = std::nanf("");
 
-// Each local row adds its run's dot product to its element of y.
-std::vector<float> bcsr_product(int m, int n, int blk, const Blocked& b,
-                                const std::vector<float>& x,
-                                float (*dot)(const float*, const unsigned short*, const float*,
-                                             int)) {
-  std::vector<float> y(m, 0.0f);
-  for_each_block_line(m, n, blk, b, [&](int bi, int bj, int line, int first, int count) {
-    const float s = dot(x.data() + bj * blk, b.idx.data() + first, b.val.data() + first, count);
-    y[bi * blk + line] = s + y[bi * blk + line];
-  });
-  return y;
-}
-
-// y[row] += x[col] * val over the stored entries of each column whose x
-// passes the nonzero test, in column order.
-std::vector<float> bccs_product(int m, int n, int blk, const Blocked& b,
-                                const std::vector<float>& x) {
-  std::vector<float> y(m, 0.0f);
-  for_each_block_line(m, n, blk, b, [&](int bi, int bj, int line, int first, int count) {
-    const float xv = x[bj * blk + line];
-    if (!stored(xv)) return;
-    for (int e = first; e < first + count; ++e) {
-      const int row = bi * blk + b.idx[e];
-      y[row] = add_product(y[row], xv, b.val[e]);
-    }
-  });
-  return y;
-}
-
-void expect_same_y(const std::vector<float>& want, numbra_test::GuardedBuffer<float>& y) {
-  EXPECT_SAME_RESULTS(want.data(), y.data(), want.size());
-}
-
-TEST(SparseSpmv, CsrRowKernels) {
-  const int n = 45;
-  for (int shift : {0, 19}) {
-    for (int offset : {0, 3}) {
-      const int m = kLongestRun + 3;
-      const Compressed a = runs(m, n, shift, offset, 7 + shift + offset);
-      const auto x = guarded(edge_values(n, 11 + shift, 10));
-      const auto ptr = guarded(a.ptr);
-      const auto idx = guarded(a.idx);
-      const auto val = guarded(a.val);
-      std::vector<float> want_unroll(m), want_fma(m);
-      for (int i = 0; i < m; ++i) {
-        const int e0 = a.ptr[i], count = a.ptr[i + 1] - e0;
-        want_unroll[i] = dot_unroll(x->data(), a.idx.data() + e0, a.val.data() + e0, count);
-        want_fma[i] = dot_csr_fma(x->data(), a.idx.data() + e0, a.val.data() + e0, count);
+    auto expect_kernel = [&](Dot dot, auto call, auto&... arrays) {
+      std::vector<float> y(m_, std::nanf(""));
+      call_guarded(call, arrays..., x, y);
+      const std::vector<float> want = reference(lines, idx, val, x, dot);
+      EXPECT_SAME_RESULTS(want.data(), y.data(), want.size());
+    };
+    if (blk_ == 0) {
+      std::vector<int> ptr = {offset_};
+      for (const Line& line : lines) ptr.push_back(line.first + line.count);
+      for (const Kernel<CompressedRun>& kernel : compressed_kernels()) {
+        SCOPED_TRACE(kernel.name);
+        expect_kernel(
+            kernel.dot, [&](auto*... a) { kernel.run(m_, n_, a...); }, ptr, idx, val);
       }
-      auto y = guarded_filled(m, std::nanf(""));
-      x86SCSRSpmv_unroll(m, ptr->data(), idx->data(), val->data(), x->data(), y->data());
-      expect_same_y(want_unroll, *y);
-      y = guarded_filled(m, std::nanf(""));
-      x86SCSRSpmv_fma(m, ptr->data(), idx->data(), val->data(), x->data(), y->data());
-      expect_same_y(want_fma, *y);
-      for (int isa : {0, 1, 2, -5}) {
-        y = guarded_filled(m, std::nanf(""));
-        nb::x86Spmv_csr<float>(static_cast<ISA_t>(isa), static_cast<IMP_t>(isa * 3), isa - 1, m,
-                               ptr->data(), idx->data(), val->data(), x->data(), y->data());
-        expect_same_y(want_unroll, *y);
+      return;
+    }
+    std::vector<int> block_ptr = {0};
+    std::vector<unsigned short> len, local(idx.begin(), idx.end());
+    for (int b = 0, k = 0; b * block < m_; ++b) {
+      for (int bj = 0; bj * block < n_; ++bj) {
+        const int extent = std::min((by_columns_ ? n_ - bj * block : m_ - b * block), block);
+        for (int end = k + extent; k < end; ++k) len.push_back(lines[k].count);
+        block_ptr.push_back(k);
       }
     }
-  }
-}
-
-TEST(SparseSpmv, CcsColumnKernel) {
-  const int m = 37;
-  for (int n : {1, kLongestRun + 2}) {
-    const Compressed a = runs(n, m, 5, 2, 31 + n);
-    const std::vector<float> xs = edge_values(n, 3 + n, 6);
-    std::vector<float> want(m, 0.0f);
-    for (int j = 0; j < n; ++j) {
-      if (!stored(xs[j])) continue;
-      for (int e = a.ptr[j]; e < a.ptr[j + 1]; ++e)
-        want[a.idx[e]] = add_product(want[a.idx[e]], xs[j], a.val[e]);
+    for (const Kernel<BlockRun>& kernel : block_kernels()) {
+      SCOPED_TRACE(kernel.name);
+      expect_kernel(
+          kernel.dot, [&](auto*... a) { kernel.run(m_, n_, blk_, a...); }, block_ptr, len, local,
+          val);
     }
-    const auto x = guarded(xs);
-    const auto ptr = guarded(a.ptr);
-    const auto idx = guarded(a.idx);
-    const auto val = guarded(a.val);
-    auto y = guarded_filled(m, std::nanf(""));
-    nb::x86Spmv_ccs<float>(ISA_FMA, IMP_DEFAULT, 4, m, n, ptr->data(), idx->data(), val->data(),
-                           x->data(), y->data());
-    expect_same_y(want, *y);
+  }
+
+ private:
+  std::vector<Kernel<CompressedRun>> compressed_kernels() const {
+    if (by_columns_) {
+      return {{"_unroll", nullptr, x86SCCSSpmv_unroll},
+              {"entry", nullptr, [](int m, int n, auto... a) {
+                 nb::x86Spmv_ccs<float>(ISA_FMA, IMP_DEFAULT, 4, m, n, a...);
+               }}};
+    }
+    std::vector<Kernel<CompressedRun>> kernels = {
+        {"_unroll", dot_unroll, [](int m, int, auto... a) { x86SCSRSpmv_unroll(m, a...); }},
+        {"_fma", dot_csr_fma, [](int m, int, auto... a) { x86SCSRSpmv_fma(m, a...); }}};
+    // The entry point runs the 128-bit kernel whatever isa and imp say.
+    for (int isa : {0, 1, 2, -5}) {
+      kernels.push_back({"entry", dot_unroll, [isa](int m, int, auto... a) {
+                           nb::x86Spmv_csr<float>(ISA_t(isa), IMP_t(isa * 3), isa - 1, m, a...);
+                         }});
+    }
+    return kernels;
+  }
+
+  std::vector<Kernel<BlockRun>> block_kernels() const {
+    if (by_columns_) {
+      return {{"_unroll", nullptr, x86SBCCSSpmv_unroll},
+              {"entry", nullptr,
+               [](auto... a) { nb::x86Spmv_bccs<float>(ISA_AVX, IMP_DEFAULT, 1, a...); }}};
+    }
+    return {{"_unroll", dot_unroll, x86SBCSRSpmv_unroll},
+            {"_fma", dot_bcsr_fma, x86SBCSRSpmv_fma},
+            {"entry", dot_unroll,
+             [](auto... a) { nb::x86Spmv_bcsr<float>(ISA_FMA, IMP_DEFAULT, 1, a...); }}};
+  }
+
+  // Row forms add each line's dot product to its element of y; column forms
+  // add x * val to the rows of each line whose x passes the nonzero test.
+  std::vector<float> reference(const std::vector<Line>& lines, const std::vector<int>& idx,
+                               const std::vector<float>& val, const std::vector<float>& x,
+                               Dot dot) const {
+    std::vector<float> y(m_, 0.0f);
+    for (const Line& line : lines) {
+      if (dot != nullptr) {
+        const float s = dot(x.data() + line.base, &idx[line.first], &val[line.first], line.count);
+        y[line.own] = s + y[line.own];
+      } else if (stored(x[line.own])) {
+        for (int e = line.first; e < line.first + line.count; ++e) {
+          float& out = y[line.base + idx[e]];
+          out = add_product(out, x[line.own], val[e]);
+        }
+      }
+    }
+    return y;
+  }
+
+  int m_ = 1, n_ = 1, blk_ = 0, shift_ = 0, offset_ = 0;
+  bool by_columns_ = false;
+};
+
+TEST(SparseSpmv, CompressedForms) {
+  for (bool by_columns : {false, true}) {
+    for (auto [m, n] : {std::pair{1, 1}, std::pair{43, 45}, std::pair{37, 42}}) {
+      for (int shift : {0, 19}) {
+        for (int offset : {0, 3}) {
+          SpmvTester().by_columns(by_columns).shape(m, n).shift(shift).offset(offset).test();
+        }
+      }
+    }
   }
 }
 
-TEST(SparseSpmv, BlockKernels) {
-  for (int m : {1, 7, 19, 40}) {
-    for (int n : {1, 9, 23}) {
-      for (int blk : {1, 2, 3, 5, 8, 16, 64}) {
-        SCOPED_TRACE(testing::Message() << m << " x " << n << " blk " << blk);
-        const std::uint32_t seed = m * 1000 + n * 10 + blk;
-        const std::vector<float> xs = edge_values(n, seed, 6);
-        const auto x = guarded(xs);
-        for (bool by_columns : {false, true}) {
-          const Blocked b = block_runs(m, n, blk, by_columns, seed);
-          const auto blockPtr = guarded(b.blockPtr);
-          const auto len = guarded(b.len);
-          const auto idx = guarded(b.idx);
-          const auto val = guarded(b.val);
-          auto y = guarded_filled(m, std::nanf(""));
-          if (by_columns) {
-            nb::x86Spmv_bccs<float>(ISA_AVX, IMP_DEFAULT, 1, m, n, blk, blockPtr->data(),
-                                    len->data(), idx->data(), val->data(), x->data(), y->data());
-            expect_same_y(bccs_product(m, n, blk, b, xs), *y);
-            continue;
-          }
-          nb::x86Spmv_bcsr<float>(ISA_FMA, IMP_DEFAULT, 1, m, n, blk, blockPtr->data(), len->data(),
-                                  idx->data(), val->data(), x->data(), y->data());
-          expect_same_y(bcsr_product(m, n, blk, b, xs, dot_unroll<unsigned short>), *y);
-          y = guarded_filled(m, std::nanf(""));
-          x86SBCSRSpmv_fma(m, n, blk, blockPtr->data(), len->data(), idx->data(), val->data(),
-                           x->data(), y->data());
-          expect_same_y(bcsr_product(m, n, blk, b, xs, dot_bcsr_fma), *y);
+TEST(SparseSpmv, BlockForms) {
+  for (bool by_columns : {false, true}) {
+    for (int m : {1, 7, 19, 40}) {
+      for (int n : {1, 9, 23}) {
+        for (int blk : {1, 2, 3, 5, 8, 16, 64}) {
+          SpmvTester().by_columns(by_columns).shape(m, n).block(blk).shift(m + n).test();
         }
       }
     }
@@ -272,27 +260,6 @@ TEST(SparseSpmv, ColumnFormsSkipSmallAndNaNElementsOfX) {
     EXPECT_SAME_RESULT(stored(xv) ? product : 0.0f, column);
     EXPECT_SAME_RESULT(column, block);
   }
-}
-
-TEST(SparseSpmv, EmptyMatrixClearsY) {
-  const std::vector<int> ptr(6, 0);
-  const std::vector<int> blockPtr = {0, 5};
-  const std::vector<unsigned short> len(5, 0);
-  auto none_i = guarded_filled<int>(0, 0);
-  auto none_s = guarded_filled<unsigned short>(0, 0);
-  auto none_f = guarded_filled<float>(0, 0.0f);
-  const std::vector<float> zeros(5, 0.0f);
-  auto y = guarded_filled(5, std::nanf(""));
-  x86SCSRSpmv_fma(5, ptr.data(), none_i->data(), none_f->data(), none_f->data(), y->data());
-  EXPECT_SAME_ARRAY_BITS(zeros.data(), y->data(), 5);
-  y = guarded_filled(5, std::nanf(""));
-  x86SBCSRSpmv_unroll(5, 5, 8, blockPtr.data(), len.data(), none_s->data(), none_f->data(),
-                      none_f->data(), y->data());
-  EXPECT_SAME_ARRAY_BITS(zeros.data(), y->data(), 5);
-  y = guarded_filled(5, std::nanf(""));
-  x86SCCSSpmv_unroll(5, 5, ptr.data(), none_i->data(), none_f->data(),
-                     std::vector<float>(5, 1.0f).data(), y->data());
-  EXPECT_SAME_ARRAY_BITS(zeros.data(), y->data(), 5);
 }
 
 }  // namespace
