@@ -64,7 +64,7 @@ struct Operator {
   Size a_size, b_size, y_size;  // elements each operand spans; 0 for one not read
   Overlap overlap = Overlap::kAny;
   NaNs nans = NaNs::kAnyPayload;
-  Values values = mixed_values<T>;  // what the operands hold
+  Values values = nullptr;  // what the operands hold: mixed_values unless set
 
   Operator& overlapping(Overlap o) {
     overlap = o;
@@ -145,7 +145,13 @@ class OperatorTester {
         }
         std::vector<T> expected_a = a, expected_b = b, expected_y = y;
         op.define(s, expected_a.data(), expected_b.data(), expected_y.data());
-        call_guarded([&](T* pa, T* pb, T* py) { op.run(s, pa, pb, py); }, a, b, y);
+        // Without b, a null b: there is no operand to read.
+        const auto run = [&](T* pa, T* pb, T* py) { op.run(s, pa, pb, py); };
+        if (nb > 0) {
+          call_guarded(run, a, b, y);
+        } else {
+          call_guarded([&](T* pa, T* py) { run(pa, nullptr, py); }, a, y);
+        }
         NUMBRA_EXPECT_ARRAY(expected_a.data(), a.data(), na, op.nans);
         NUMBRA_EXPECT_ARRAY(expected_b.data(), b.data(), nb, op.nans);
         NUMBRA_EXPECT_ARRAY(expected_y.data(), y.data(), ny, op.nans);
@@ -231,7 +237,7 @@ class OperatorTester {
   // drawing costs more than most operators.
   const std::vector<T>& draw(typename Operator<T>::Values values, std::size_t count) {
     if (values != drawn_from_ || pool_.size() < count) {
-      pool_ = values(count, ++seed_);
+      pool_ = values ? values(count, ++seed_) : mixed_values<T>(count, ++seed_);
       drawn_from_ = values;
     }
     return pool_;
