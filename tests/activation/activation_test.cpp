@@ -70,61 +70,55 @@ void relu_kernel(const Scales& sc, unsigned long n, const float* x, float* y) {
   }
 }
 
-std::vector<Operator<float>> float_relu() {
-  std::vector<Operator<float>> ops;
-  for (const Scales& sc : kReluScales) {
-    const auto define = [sc](const Shape& s, float* x, float*, float* y) {
-      relu_kernel(sc, s.n, x, y);
-    };
-    // With nothing to write, the blend still reads y[0].
-    const auto y_size = [sc](const Shape& s) {
-      return s.n == 0 && !sc.kernel && sc.beta != 0 ? 1 : s.n;
-    };
-    const auto x_size = [](const Shape& s) { return s.n; };
-    ops.push_back({"vectorRelu_avx" + describe(sc.alpha, sc.beta),
-                   [sc](const Shape& s, float* x, float*, float* y) {
-                     vectorRelu_avx<float>(s.n, sc.alpha, x, sc.beta, y);
-                   },
-                   define, x_size, numbra_test::no_operand, y_size, Overlap::kInPlace});
-    // The entry runs the kernel for both instruction sets and nothing for
-    // any other: seen on scales of either path.
-    for (const int isa : {0, 1, 2}) {
-      if (sc.beta != 0 || (sc.alpha != 1 && sc.alpha != 2)) break;
-      ops.push_back({"VectorRelu(isa=" + std::to_string(isa) + ")" + describe(sc.alpha, sc.beta),
-                     [sc, isa](const Shape& s, float* x, float*, float* y) {
-                       nb::x86VectorRelu<float>(ISA_t(isa), IMP_DEFAULT, s.n, sc.alpha, x, sc.beta,
-                                                y);
-                     },
-                     isa == 2 ? Operator<float>::Call([](const Shape&, float*, float*, float*) {})
-                              : Operator<float>::Call(define),
-                     x_size, numbra_test::no_operand, y_size, Overlap::kInPlace});
-    }
-  }
-  return ops;
-}
-
-// The plain loops: the double Relu and both Relu backward forms, with
-// p = g * alpha where x > 0 (g = x for the forward form).
+// The float kernel and its entry point, on the path the table says, and the
+// plain loops: the double Relu and the backward forms, with p = g * alpha
+// where x > 0 (g = x for the forward form).
 template <typename T>
-std::vector<Operator<T>> gated_loops() {
+std::vector<Operator<T>> relu_operators() {
   std::vector<Operator<T>> ops;
   for (const T alpha : {T(1), T(-2.5), kDefaultNaN<T>}) {
     for (const T beta : {T(0), -T(0), T(0.75), kDefaultNaN<T>}) {
       ops.push_back(numbra_test::elementwise<T>(
-                        "ReluBackward" + describe(alpha, beta),
-                        [=](unsigned long n, const T* x, const T* g, T* y) {
-                          nb::x86VectorReluBackward(n, alpha, x, g, beta, y);
-                        },
-                        [=](T x, T g, T y) { return blend(x > 0 ? g * alpha : T(0), y, beta); })
-                        .overlapping(Overlap::kInPlace));
+          "ReluBackward" + describe(alpha, beta),
+          [=](unsigned long n, const T* x, const T* g, T* y) {
+            nb::x86VectorReluBackward(n, alpha, x, g, beta, y);
+          },
+          [=](T x, T g, T y) { return blend(x > 0 ? g * alpha : T(0), y, beta); }));
       if constexpr (std::is_same_v<T, double>) {
         ops.push_back(numbra_test::elementwise<T>(
-                          "VectorRelu" + describe(alpha, beta),
-                          [=](unsigned long n, const T* x, T* y) {
-                            nb::x86VectorRelu<T>(ISA_t(2), IMP_DEFAULT, n, alpha, x, beta, y);
-                          },
-                          [=](T x, T, T y) { return blend(x > 0 ? x * alpha : T(0), y, beta); })
-                          .overlapping(Overlap::kInPlace));
+            "VectorRelu" + describe(alpha, beta),
+            [=](unsigned long n, const T* x, T* y) {
+              nb::x86VectorRelu<T>(ISA_t(2), IMP_DEFAULT, n, alpha, x, beta, y);
+            },
+            [=](T x, T, T y) { return blend(x > 0 ? x * alpha : T(0), y, beta); }));
+      }
+    }
+  }
+  for (const Scales& sc : kReluScales) {
+    if constexpr (std::is_same_v<T, float>) {
+      const auto define = [sc](const Shape& s, T* x, T*, T* y) { relu_kernel(sc, s.n, x, y); };
+      // With nothing to write, the blend still reads y[0].
+      const auto y_size = [sc](const Shape& s) {
+        return s.n == 0 && !sc.kernel && sc.beta != 0 ? 1 : s.n;
+      };
+      const auto x_size = [](const Shape& s) { return s.n; };
+      ops.push_back({"vectorRelu_avx" + describe(sc.alpha, sc.beta),
+                     [sc](const Shape& s, T* x, T*, T* y) {
+                       vectorRelu_avx<float>(s.n, sc.alpha, x, sc.beta, y);
+                     },
+                     define, x_size, numbra_test::no_operand, y_size, Overlap::kInPlace});
+      // The entry runs the kernel for both instruction sets and nothing for
+      // any other: seen on scales of either path.
+      for (const int isa : {0, 1, 2}) {
+        if (sc.beta != 0 || (sc.alpha != 1 && sc.alpha != 2)) break;
+        ops.push_back({"VectorRelu(isa=" + std::to_string(isa) + ")" + describe(sc.alpha, sc.beta),
+                       [sc, isa](const Shape& s, T* x, T*, T* y) {
+                         nb::x86VectorRelu<T>(ISA_t(isa), IMP_DEFAULT, s.n, sc.alpha, x, sc.beta,
+                                              y);
+                       },
+                       isa == 2 ? typename Operator<T>::Call([](const Shape&, T*, T*, T*) {})
+                                : typename Operator<T>::Call(define),
+                       x_size, numbra_test::no_operand, y_size, Overlap::kInPlace});
       }
     }
   }
@@ -167,51 +161,12 @@ void prelu_loop(const Planes& at, unsigned long n, unsigned long dim, T alpha, c
   }
 }
 
-std::vector<Operator<float>> prelu_kernel_and_routes() {
-  std::vector<Operator<float>> ops;
-  for (const Planes at : {Planes{false, 1}, Planes{true, 3}, Planes{false, 3}}) {
-    const auto slope = slopes<float>(at);
-    const auto planes = [at](const Shape& s) { return at.elements(s); };
-    ops.push_back({"cnn_prelu_avx(channels=" + std::to_string(at.channels) +
-                       ",shared=" + std::to_string(at.shared) + ")",
-                   [=](const Shape& s, float* x, float*, float* y) {
-                     x86_cnn_prelu_avx(at.shared, s.n, at.channels, s.m, x, slope->data(), y);
-                   },
-                   [=](const Shape& s, float* x, float*, float* y) {
-                     prelu_kernel(at, s, x, slope->data(), y);
-                   },
-                   planes, numbra_test::no_operand, planes, Overlap::kInPlace});
-    // The kernel covers the planes whatever n is; the loop covers n.
-    for (const Scales& sc : kPreluScales) {
-      if (at.shared || at.channels == 1) break;
-      for (const unsigned long past_the_planes : {0ul, 1ul}) {
-        const auto n = [=](const Shape& s) {
-          return at.elements(s) + past_the_planes * ((s.n + 1) / 2);
-        };
-        ops.push_back({"VectorPrelu" + describe(sc.alpha, sc.beta) + "(n=planes+" +
-                           std::to_string(past_the_planes) + ")",
-                       [=](const Shape& s, float* x, float*, float* y) {
-                         nb::x86VectorPrelu<float>(at.shared, n(s), s.n, at.channels, s.m, sc.alpha,
-                                                   x, slope->data(), sc.beta, y);
-                       },
-                       [=](const Shape& s, float* x, float*, float* y) {
-                         if (sc.kernel) {
-                           prelu_kernel(at, s, x, slope->data(), y);
-                         } else {
-                           prelu_loop(at, n(s), s.n, sc.alpha, x, slope->data(), sc.beta, y);
-                         }
-                       },
-                       n, numbra_test::no_operand, n, Overlap::kInPlace});
-      }
-    }
-  }
-  return ops;
-}
-
 // The loops over n elements, ending mid-plane: the double forward form and
-// the backward forms, where a zero input takes the slope side.
+// the backward forms, where a zero input takes the slope side. Then the
+// float kernel, and the float entry point, which takes the kernel on the
+// scales the table says and the loop on the others.
 template <typename T>
-std::vector<Operator<T>> prelu_loops() {
+std::vector<Operator<T>> prelu_operators() {
   std::vector<Operator<T>> ops;
   for (const Planes at : {Planes{false, 3}, Planes{true, 3}}) {
     const auto slope = slopes<T>(at);
@@ -233,7 +188,7 @@ std::vector<Operator<T>> prelu_loops() {
                            y[i] = blend(side * g[i] * alpha, y[i], beta);
                          }
                        },
-                       n, n, n, Overlap::kInPlace});
+                       n, n, n});
         if constexpr (std::is_same_v<T, double>) {
           ops.push_back({"VectorPrelu" + with,
                          [=](const Shape& s, T* x, T*, T* y) {
@@ -243,30 +198,47 @@ std::vector<Operator<T>> prelu_loops() {
                          [=](const Shape& s, T* x, T*, T* y) {
                            prelu_loop(at, n(s), s.n, alpha, x, slope->data(), beta, y);
                          },
-                         n, numbra_test::no_operand, n, Overlap::kInPlace});
+                         n, numbra_test::no_operand, n});
         }
       }
     }
   }
-  return ops;
-}
-
-template <typename T>
-std::vector<Operator<T>> relu_operators() {
-  std::vector<Operator<T>> ops = gated_loops<T>();
-  if constexpr (std::is_same_v<T, float>) {
-    const std::vector<Operator<float>> kernel = float_relu();
-    ops.insert(ops.end(), kernel.begin(), kernel.end());
-  }
-  return ops;
-}
-
-template <typename T>
-std::vector<Operator<T>> prelu_operators() {
-  std::vector<Operator<T>> ops = prelu_loops<T>();
-  if constexpr (std::is_same_v<T, float>) {
-    const std::vector<Operator<float>> kernel = prelu_kernel_and_routes();
-    ops.insert(ops.end(), kernel.begin(), kernel.end());
+  for (const Planes at : {Planes{false, 1}, Planes{true, 3}, Planes{false, 3}}) {
+    if constexpr (std::is_same_v<T, float>) {
+      const auto slope = slopes<T>(at);
+      const auto planes = [at](const Shape& s) { return at.elements(s); };
+      ops.push_back(
+          {"cnn_prelu_avx(channels=" + std::to_string(at.channels) +
+               ",shared=" + std::to_string(at.shared) + ")",
+           [=](const Shape& s, T* x, T*, T* y) {
+             x86_cnn_prelu_avx(at.shared, s.n, at.channels, s.m, x, slope->data(), y);
+           },
+           [=](const Shape& s, T* x, T*, T* y) { prelu_kernel(at, s, x, slope->data(), y); },
+           planes, numbra_test::no_operand, planes, Overlap::kInPlace});
+      // The kernel covers the planes whatever n is; the loop covers n.
+      for (const Scales& sc : kPreluScales) {
+        for (const unsigned long past_the_planes : {0ul, 1ul}) {
+          if (at.shared || at.channels == 1) break;
+          const auto n = [=](const Shape& s) {
+            return at.elements(s) + past_the_planes * ((s.n + 1) / 2);
+          };
+          ops.push_back({"VectorPrelu" + describe(sc.alpha, sc.beta) + "(n=planes+" +
+                             std::to_string(past_the_planes) + ")",
+                         [=](const Shape& s, T* x, T*, T* y) {
+                           nb::x86VectorPrelu<T>(at.shared, n(s), s.n, at.channels, s.m, sc.alpha,
+                                                 x, slope->data(), sc.beta, y);
+                         },
+                         [=](const Shape& s, T* x, T*, T* y) {
+                           if (sc.kernel) {
+                             prelu_kernel(at, s, x, slope->data(), y);
+                           } else {
+                             prelu_loop(at, n(s), s.n, sc.alpha, x, slope->data(), sc.beta, y);
+                           }
+                         },
+                         n, numbra_test::no_operand, n, Overlap::kInPlace});
+        }
+      }
+    }
   }
   return ops;
 }
@@ -279,15 +251,14 @@ TYPED_TEST_SUITE(ActivationTest, Precisions);
 
 TYPED_TEST(ActivationTest, ReluMatchesItsDefinition) {
   OperatorTester<TypeParam>()
-      .columns(numbra_test::boundary_lengths())
+      .shapes({1}, numbra_test::boundary_lengths())
       .test_inside_guards(relu_operators<TypeParam>());
   OperatorTester<TypeParam>().test_placements(relu_operators<TypeParam>());
 }
 
 TYPED_TEST(ActivationTest, PreluMatchesItsDefinitionForEveryPlaneShape) {
   OperatorTester<TypeParam> tester;
-  tester.rows({0, 1, 2}).columns(
-      {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 15, 16, 17, 31, 33, 100});
+  tester.shapes({0, 1, 2}, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 15, 16, 17, 31, 33, 100});
   tester.test_inside_guards(prelu_operators<TypeParam>());
   tester.test_placements(prelu_operators<TypeParam>());
 }
@@ -298,7 +269,9 @@ TEST(ActivationKernels, LongOperandsStreamExactly) {
   for (const auto& op : relu_operators<float>()) {
     if (op.name.rfind("vectorRelu_avx(alpha=1.000000,beta=0.0", 0) == 0) ops.push_back(op);
   }
-  ops.push_back(prelu_kernel_and_routes().front());
+  for (const auto& op : prelu_operators<float>()) {
+    if (op.name == "cnn_prelu_avx(channels=1,shared=0)") ops.push_back(op);
+  }
   OperatorTester<float>().test_long_operands(ops);
 }
 

@@ -102,14 +102,10 @@ TYPED_TEST_SUITE(LayoutTest, Precisions);
 
 TYPED_TEST(LayoutTest, GeamMatchesItsDefinition) {
   OperatorTester<TypeParam>()
-      .rows({0, 1, 2, 3, 5, 9})
-      .columns({0, 1, 2, 3, 4, 5, 7, 8, 9, 17, 33, 65})
-      .pads({0, 3})
+      .shapes({0, 1, 2, 3, 5, 9}, {0, 1, 2, 3, 4, 5, 7, 8, 9, 17, 33, 65}, {0, 3})
       .test_inside_guards(geam_operators<TypeParam>());
   OperatorTester<TypeParam>()
-      .rows({1, 3})
-      .columns({1, 4, 5, 9, 33})
-      .pads({0, 2})
+      .shapes({1, 3}, {1, 4, 5, 9, 33}, {0, 2})
       .test_placements(geam_operators<TypeParam>());
 }
 
@@ -117,9 +113,8 @@ TYPED_TEST(LayoutTest, GeamMatchesItsDefinition) {
 // doubles, 64 floats).
 TYPED_TEST(LayoutTest, TransposeOfEveryShapeAroundTheTileEdge) {
   OperatorTester<TypeParam>()
-      .rows({0, 1, 2, 3, 4, 5, 7, 8, 9, 31, 32, 33, 63, 64, 65, 100, 130})
-      .columns({0, 1, 3, 4, 5, 7, 8, 9, 31, 32, 33, 63, 64, 65, 100, 129})
-      .pads({0, 3})
+      .shapes({0, 1, 2, 3, 4, 5, 7, 8, 9, 31, 32, 33, 63, 64, 65, 100, 130},
+              {0, 1, 3, 4, 5, 7, 8, 9, 31, 32, 33, 63, 64, 65, 100, 129}, {0, 3})
       .test_inside_guards({transpose<TypeParam>()});
 }
 

@@ -192,17 +192,13 @@ TYPED_TEST_SUITE(MatrixTest, Precisions);
 
 TYPED_TEST(MatrixTest, MatchesTheDefinitionInsideGuards) {
   numbra_test::OperatorTester<TypeParam>()
-      .rows({0, 1, 3, 4, 5, 9})
-      .columns({0, 1, 2, 3, 4, 5, 8, 9, 17, 33, 130})
-      .pads({0, 3})
+      .shapes({0, 1, 3, 4, 5, 9}, {0, 1, 2, 3, 4, 5, 8, 9, 17, 33, 130}, {0, 3})
       .test_inside_guards(operators<TypeParam>());
 }
 
 TYPED_TEST(MatrixTest, MatchesTheDefinitionOnOverlappingOperands) {
   numbra_test::OperatorTester<TypeParam>()
-      .rows({1, 3, 5})
-      .columns({1, 3, 4, 5, 9, 33})
-      .pads({0, 2})
+      .shapes({1, 3, 5}, {1, 3, 4, 5, 9, 33}, {0, 2})
       .test_placements(operators<TypeParam>());
 }
 

@@ -11,7 +11,7 @@
 //  - on operands of 1 MiB and 16 MiB, which the loops ask for ahead and,
 //    apart from the inputs, write around the caches.
 //
-//   OperatorTester<float>().rows({1, 5}).columns({0, 9}).test_inside_guards(ops);
+//   OperatorTester<float>().shapes({1, 5}, {0, 9}, {0, 3}).test_inside_guards(ops);
 #ifndef NUMBRA_TESTS_OPERATOR_TESTER_H
 #define NUMBRA_TESTS_OPERATOR_TESTER_H
 
@@ -118,15 +118,11 @@ inline std::vector<unsigned long> vector_lengths() {
 template <typename T>
 class OperatorTester {
  public:
-  OperatorTester& rows(std::vector<unsigned long> m) {
+  // Every m with every n and every pad.
+  OperatorTester& shapes(std::vector<unsigned long> m, std::vector<unsigned long> n,
+                         std::vector<unsigned long> pad = {0}) {
     rows_ = std::move(m);
-    return *this;
-  }
-  OperatorTester& columns(std::vector<unsigned long> n) {
     columns_ = std::move(n);
-    return *this;
-  }
-  OperatorTester& pads(std::vector<unsigned long> pad) {
     pads_ = std::move(pad);
     return *this;
   }

@@ -160,7 +160,7 @@ TYPED_TEST_SUITE(ElementwiseTest, Precisions);
 
 TYPED_TEST(ElementwiseTest, MatchesTheAscendingLoopInsideGuards) {
   OperatorTester<TypeParam>()
-      .columns(numbra_test::boundary_lengths())
+      .shapes({1}, numbra_test::boundary_lengths())
       .test_inside_guards(operators<TypeParam>());
 }
 

@@ -104,7 +104,7 @@ TYPED_TEST_SUITE(ReduceTest, Precisions);
 
 TYPED_TEST(ReduceTest, MatchesTheAscendingLoopInsideGuards) {
   numbra_test::OperatorTester<TypeParam>()
-      .columns(numbra_test::boundary_lengths())
+      .shapes({1}, numbra_test::boundary_lengths())
       .test_inside_guards(operators<TypeParam>());
 }
 

@@ -95,7 +95,7 @@ TYPED_TEST_SUITE(TranscendentalTest, Precisions);
 
 TYPED_TEST(TranscendentalTest, MatchesTheDefinitionInsideGuards) {
   numbra_test::OperatorTester<TypeParam>()
-      .columns(numbra_test::boundary_lengths())
+      .shapes({1}, numbra_test::boundary_lengths())
       .test_inside_guards(operators<TypeParam>());
 }
 
