@@ -190,7 +190,7 @@ class OperatorTester {
 
   // Long enough for the loops that stream: past 1 MiB the inputs are asked
   // for ahead, and an output of 16 MiB apart from them is stored around the
-  // caches, here from one element past a vector boundary.
+  // caches, from wherever its first vector boundary lies.
   void test_long_operands(const std::vector<Operator<T>>& ops) {
     for (const unsigned long bytes : {1ul << 20, 16ul << 20}) {
       const Shape s{1, bytes / sizeof(T) + 5, 0};
