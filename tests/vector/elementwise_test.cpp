@@ -1,104 +1,154 @@
-// The element-wise operators against their definition: the ascending scalar
-// loop, one rounding per operation, run on the same memory layout. Operands
-// are placed disjoint, aliased exactly and shifted against each other by a
-// few elements, so that every vector chunk boundary meets an overlap.
+// The element-wise operators, fills, mask-and-scale and split backward
+// against their definition, the ascending scalar loop with one rounding per
+// operation, run on the same memory layout.
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <functional>
 #include <limits>
 #include <string>
 #include <vector>
 
 #include "numbra.h"
-#include "support/float_bits.h"
-#include "support/guarded_buffer.h"
-#include "support/vector_operator.h"
+#include "support/operator_tester.h"
 
 namespace nb = ZETL::numbra;
-using numbra_test::boundary_lengths;
-using numbra_test::Guard;
-using numbra_test::GuardedBuffer;
-using numbra_test::mixed_values;
-using numbra_test::VectorOperator;
+using numbra_test::elementwise;
+using numbra_test::kDefaultNaN;
+using numbra_test::kNaN;
+using numbra_test::Operator;
+using numbra_test::OperatorTester;
+using numbra_test::Overlap;
+using numbra_test::Shape;
+using numbra_test::zero_beta_term;
 
 namespace {
 
 template <typename T>
-std::vector<VectorOperator<T>> operators() {
-  const T nan = std::numeric_limits<T>::quiet_NaN();
-  std::vector<VectorOperator<T>> ops = {
-      {"Add", true,
-       [](unsigned long n, const T* a, const T* b, T* o) { nb::x86VectorAdd(n, a, b, o); },
-       [](T a, T b, T) { return a + b; }},
-      {"Subtract", true,
-       [](unsigned long n, const T* a, const T* b, T* o) { nb::x86VectorSubtract(n, a, b, o); },
-       [](T a, T b, T) { return a - b; }},
-      {"Mul", true,
-       [](unsigned long n, const T* a, const T* b, T* o) { nb::x86VectorMul(n, a, b, o); },
-       [](T a, T b, T) { return a * b; }},
-      {"Div", true,
-       [](unsigned long n, const T* a, const T* b, T* o) { nb::x86VectorDiv(n, a, b, o); },
-       [](T a, T b, T) { return b == T(0) ? T(0) : a / b; }},
-      {"Mla", true,
-       [](unsigned long n, const T* a, const T* b, T* o) { nb::x86VectorMla(n, a, b, o); },
-       [](T a, T b, T o) {
-         const T p = a * b;
-         return p + o;
-       }},
-      {"Mls", true,
-       [](unsigned long n, const T* a, const T* b, T* o) { nb::x86VectorMls(n, a, b, o); },
-       [](T a, T b, T o) {
-         const T p = a * b;
-         return o - p;
-       }},
-      {"Squre", false,
-       [](unsigned long n, const T* a, const T*, T* o) { nb::x86VectorSqure(n, a, o); },
-       [](T a, T, T) { return a * a; }},
+std::string scalars(T alpha, T beta) {
+  return "(alpha=" + std::to_string(alpha) + ",beta=" + std::to_string(beta) + ")";
+}
+
+template <typename T>
+std::vector<Operator<T>> arithmetic() {
+  std::vector<Operator<T>> ops = {
+      elementwise<T>("Add", nb::x86VectorAdd<T>, [](T a, T b, T) { return a + b; }),
+      elementwise<T>("Subtract", nb::x86VectorSubtract<T>, [](T a, T b, T) { return a - b; }),
+      elementwise<T>("Mul", nb::x86VectorMul<T>, [](T a, T b, T) { return a * b; }),
+      elementwise<T>("Div", nb::x86VectorDiv<T>, [](T a, T b, T) { return b == 0 ? 0 : a / b; }),
+      elementwise<T>("Mla", nb::x86VectorMla<T>, [](T a, T b, T y) { return a * b + y; }),
+      elementwise<T>("Mls", nb::x86VectorMls<T>, [](T a, T b, T y) { return y - a * b; }),
+      elementwise<T>("Squre", nb::x86VectorSqure<T>, [](T a, T, T) { return a * a; }),
+      elementwise<T>("Copy", nb::x86VectorCopy<T>, [](T a, T, T) { return a; })
+          .keeping_payloads()
+          .overlapping(Overlap::kNone),
   };
   for (const T alpha : {T(0.75), T(0), T(-3.5)}) {
-    const std::string tag = "(alpha=" + std::to_string(alpha) + ")";
-    ops.push_back({"AddScalar" + tag, false,
-                   [alpha](unsigned long n, const T* a, const T*, T* o) {
-                     nb::x86VectorAddScalar(n, a, alpha, o);
-                   },
-                   [alpha](T a, T, T) { return a + alpha; }});
-    ops.push_back({"MulScalar" + tag, false,
-                   [alpha](unsigned long n, const T* a, const T*, T* o) {
-                     nb::x86VectorMulScalar(n, a, alpha, o);
-                   },
-                   [alpha](T a, T, T) { return a * alpha; }});
-    ops.push_back({"Axpy" + tag, false,
-                   [alpha](unsigned long n, const T* a, const T*, T* o) {
-                     nb::x86VectorAxpy(n, alpha, a, o);
-                   },
-                   [alpha](T a, T, T o) {
-                     const T p = a * alpha;
-                     return p + o;
-                   }});
-    for (const T beta : {T(1.25), T(0), -T(0), nan}) {
-      const std::string tags =
-          "(alpha=" + std::to_string(alpha) + ",beta=" + std::to_string(beta) + ")";
-      ops.push_back({"Axpb" + tags, false,
-                     [alpha, beta](unsigned long n, const T* a, const T*, T* o) {
-                       nb::x86VectorAxpb(n, alpha, a, beta, o);
-                     },
-                     [alpha, beta](T a, T, T) {
-                       const T p = a * alpha;
-                       return p + beta;
-                     }});
-      ops.push_back({"Axpby" + tags, false,
-                     [alpha, beta](unsigned long n, const T* a, const T*, T* o) {
-                       nb::x86VectorAxpby(n, alpha, a, beta, o);
-                     },
-                     [alpha, beta](T a, T, T o) {
-                       if (beta == T(0)) return a * alpha;
-                       const T p = a * alpha;
-                       const T q = o * beta;
-                       return p + q;
-                     }});
+    const std::string with = "(alpha=" + std::to_string(alpha) + ")";
+    ops.push_back(elementwise<T>(
+        "AddScalar" + with,
+        [alpha](unsigned long n, const T* a, T* y) { nb::x86VectorAddScalar(n, a, alpha, y); },
+        [alpha](T a, T, T) { return a + alpha; }));
+    ops.push_back(elementwise<T>(
+        "MulScalar" + with,
+        [alpha](unsigned long n, const T* a, T* y) { nb::x86VectorMulScalar(n, a, alpha, y); },
+        [alpha](T a, T, T) { return a * alpha; }));
+    ops.push_back(elementwise<T>(
+        "Axpy" + with,
+        [alpha](unsigned long n, const T* a, T* y) { nb::x86VectorAxpy(n, alpha, a, y); },
+        [alpha](T a, T, T y) { return a * alpha + y; }));
+    for (const T beta : {T(1.25), T(0), -T(0), kDefaultNaN<T>}) {
+      ops.push_back(elementwise<T>(
+          "Axpb" + scalars(alpha, beta),
+          [=](unsigned long n, const T* a, T* y) { nb::x86VectorAxpb(n, alpha, a, beta, y); },
+          [=](T a, T, T) { return a * alpha + beta; }));
+      // A zero beta of either sign leaves y unread and adds nothing.
+      ops.push_back(elementwise<T>(
+          "Axpby" + scalars(alpha, beta),
+          [=](unsigned long n, const T* a, T* y) { nb::x86VectorAxpby(n, alpha, a, beta, y); },
+          [=](T a, T, T y) { return beta == 0 ? a * alpha : a * alpha + y * beta; }));
     }
   }
+  // Both products are taken before either store, x stored first.
+  for (const auto& scales : {std::pair{T(1.5), T(-0.5)}, {T(1), T(0)}}) {
+    const T alpha = scales.first, beta = scales.second;
+    const auto length = [](const Shape& s) { return s.n; };
+    ops.push_back(
+        {"Swap" + scalars(alpha, beta),
+         [=](const Shape& s, T* x, T*, T* y) { nb::x86VectorSwap(s.n, alpha, x, beta, y); },
+         [=](const Shape& s, T* x, T*, T* y) {
+           for (unsigned long i = 0; i < s.n; ++i) {
+             const T xi = x[i], yi = y[i];
+             x[i] = yi * beta;
+             y[i] = xi * alpha;
+           }
+         },
+         length, numbra_test::no_operand, length});
+  }
+  return ops;
+}
+
+// y[i] = v[i mod N], v read at every store: only its first min(n, N)
+// elements are read, and a pattern inside y sees what is already stored.
+template <typename T, int N>
+Operator<T> pattern_fill() {
+  return Operator<T>{
+      "FillVector<" + std::to_string(N) + ">",
+      [](const Shape& s, T* v, T*, T* y) { nb::x86VectorFillVector<T, N>(s.n, v, y); },
+      [](const Shape& s, T* v, T*, T* y) {
+        for (unsigned long i = 0; i < s.n; ++i) y[i] = v[i % N];
+      },
+      [](const Shape& s) { return std::min(s.n, static_cast<unsigned long>(N)); },
+      numbra_test::no_operand,
+      [](const Shape& s) { return s.n; }}
+      .keeping_payloads();
+}
+
+template <typename T>
+std::vector<Operator<T>> fills() {
+  std::vector<Operator<T>> ops = {pattern_fill<T, 2>(), pattern_fill<T, 3>(), pattern_fill<T, 4>()};
+  for (const T v : {-T(0), std::numeric_limits<T>::signaling_NaN(), -kNaN<T>, T(2.5)}) {
+    ops.push_back(elementwise<T>(
+                      "FillScalar(" + std::to_string(v) + ")",
+                      [v](unsigned long n, T* y) { nb::x86VectorFillScalar(n, v, y); },
+                      [v](T, T, T) { return v; })
+                      .keeping_payloads());
+  }
+  return ops;
+}
+
+// Mask-and-scale takes the mask as a and x as b.
+template <typename T>
+std::vector<Operator<T>> mask_and_split() {
+  std::vector<Operator<T>> ops;
+  for (const T alpha : {T(1), T(-2.5), T(0)}) {
+    const T betas[] = {T(0), -T(0), T(0.75), kDefaultNaN<T>},
+            thresholds[] = {T(0.5), T(0), kDefaultNaN<T>, 1};
+    for (int k = 0; k < 4; ++k) {
+      const T beta = betas[k], threshold = thresholds[k], scale = T(1.75);
+      ops.push_back(elementwise<T>(
+          "MaskAndScale" + scalars(alpha, beta) + "(threshold=" + std::to_string(threshold) + ")",
+          [=](unsigned long n, const T* mask, const T* x, T* y) {
+            nb::x86VectorMaskAndScale(n, mask, alpha, x, threshold, scale, beta, y);
+          },
+          [=](T mask, T x, T y) {
+            return zero_beta_term(beta, y) + (threshold < mask ? T(1) : T(0)) * (x * alpha * scale);
+          }));
+      ops.push_back(elementwise<T>(
+          "SplitBackward" + scalars(alpha, beta),
+          [=](unsigned long n, const T* a, const T* b, T* y) {
+            nb::x86VectorSplitBackward(n, alpha, a, b, beta, y);
+          },
+          [=](T a, T b, T y) { return (a + b) * alpha + zero_beta_term(beta, y); }));
+    }
+  }
+  return ops;
+}
+
+template <typename T>
+std::vector<Operator<T>> operators() {
+  std::vector<Operator<T>> ops = arithmetic<T>();
+  for (const auto& more : {fills<T>(), mask_and_split<T>()})
+    ops.insert(ops.end(), more.begin(), more.end());
   return ops;
 }
 
@@ -108,170 +158,53 @@ class ElementwiseTest : public ::testing::Test {};
 using Precisions = ::testing::Types<float, double>;
 TYPED_TEST_SUITE(ElementwiseTest, Precisions);
 
-TYPED_TEST(ElementwiseTest, MatchesAscendingLoopOnEveryLayout) {
-  numbra_test::expect_ascending_loop_on_every_placement(operators<TypeParam>());
+TYPED_TEST(ElementwiseTest, MatchesTheAscendingLoopInsideGuards) {
+  OperatorTester<TypeParam>()
+      .shapes({1}, numbra_test::boundary_lengths())
+      .test_inside_guards(operators<TypeParam>());
+}
+
+TYPED_TEST(ElementwiseTest, MatchesTheAscendingLoopOnEveryPlacement) {
+  OperatorTester<TypeParam>().test_placements(operators<TypeParam>());
 }
 
 TYPED_TEST(ElementwiseTest, LongOperandsStreamExactly) {
-  std::vector<VectorOperator<TypeParam>> ops;
+  std::vector<Operator<TypeParam>> ops;
   for (const auto& op : operators<TypeParam>()) {
-    if (op.name == "Add" || op.name.rfind("Axpby(alpha=0.750000", 0) == 0) ops.push_back(op);
+    if (op.name == "Add" || op.name == "Axpby" + scalars<TypeParam>(0.75, 1.25) ||
+        op.name.rfind("FillScalar(2.5", 0) == 0)
+      ops.push_back(op);
   }
-  numbra_test::expect_ascending_loop_on_long_operands(ops);
+  OperatorTester<TypeParam>().test_long_operands(ops);
 }
 
-TYPED_TEST(ElementwiseTest, StaysInsideItsOperands) {
-  numbra_test::expect_stays_inside_operands(operators<TypeParam>());
-}
-
-TYPED_TEST(ElementwiseTest, EmptyVectorsAreNotTouched) {
+// Worked examples of the zero rules: a zero beta of either sign leaves y
+// unread, a NaN beta is not zero, and a zero divisor gives +0.
+TYPED_TEST(ElementwiseTest, ZeroBetaAndZeroDivisor) {
   using T = TypeParam;
-  GuardedBuffer<T> nothing(0, Guard::kAfter);  // points at an inaccessible page
-  for (const auto& op : operators<T>()) {
-    op.run(0, nullptr, nullptr, nullptr);
-    op.run(0, nothing.data(), nothing.data(), nothing.data());
-  }
-  T dummy = T(0);
-  nb::x86VectorSwap<T>(0, T(1), nullptr, std::numeric_limits<T>::quiet_NaN(), nullptr);
-  nb::x86VectorSwap<T>(0, T(1), nothing.data(), T(1), nothing.data());
-  nb::x86VectorCopy<T>(0, nothing.data(), nothing.data());
-  nb::x86VectorAxpby<T>(0, T(1), &dummy, std::numeric_limits<T>::quiet_NaN(), &dummy);
-  EXPECT_SAME_BITS(T(0), dummy);
+  std::vector<T> x(9, T(2)), y(9, kNaN<T>);
+  nb::x86VectorAxpby<T>(9, T(3), x.data(), -T(0), y.data());
+  for (const T v : y) EXPECT_SAME_BITS(T(6), v);
+  nb::x86VectorAxpby<T>(9, T(3), x.data(), kNaN<T>, y.data());
+  for (const T v : y) EXPECT_TRUE(std::isnan(v));
+  const std::vector<T> num = {1, 1, 0, kNaN<T>, -1, 1, 0, -1, 1};
+  const std::vector<T> den = {0, -T(0), 0, 0, 0, kNaN<T>, 5, numbra_test::kInf<T>, 4};
+  const std::vector<T> quotients = {0, 0, 0, 0, 0, kNaN<T>, 0, -T(0), T(0.25)};
+  nb::x86VectorDiv<T>(9, num.data(), den.data(), y.data());
+  EXPECT_SAME_RESULTS(quotients.data(), y.data(), 9);
 }
 
-// With x = 1 + 2^-k and 2k above the mantissa width, x * x is not exact and a
-// fused multiply-add would keep the low part that a rounded product drops.
-template <typename T>
-T just_above_one() {
-  return T(1) + std::ldexp(T(1), -(std::numeric_limits<T>::digits / 2 + 1));
-}
-
-TYPED_TEST(ElementwiseTest, ProductsAreRoundedBeforeTheyAreAdded) {
-  using T = TypeParam;
-  const T x = just_above_one<T>();
-  const T rounded = x * x;
-  std::vector<T> xs(9, x), out(9);
-
-  std::vector<T> minus(9, -rounded);
-  out = minus;
-  nb::x86VectorAxpy<T>(9, x, xs.data(), out.data());
-  for (T v : out) EXPECT_SAME_BITS(T(0), v);
-
-  out = minus;
-  nb::x86VectorAxpby<T>(9, x, xs.data(), T(1), out.data());
-  for (T v : out) EXPECT_SAME_BITS(T(0), v);
-
-  nb::x86VectorAxpb<T>(9, x, xs.data(), -rounded, out.data());
-  for (T v : out) EXPECT_SAME_BITS(T(0), v);
-
-  out = minus;
-  nb::x86VectorMla<T>(9, xs.data(), xs.data(), out.data());
-  for (T v : out) EXPECT_SAME_BITS(T(0), v);
-
-  std::vector<T> plus(9, rounded);
-  nb::x86VectorMls<T>(9, xs.data(), xs.data(), plus.data());
-  for (T v : plus) EXPECT_SAME_BITS(T(0), v);
-}
-
-TYPED_TEST(ElementwiseTest, AxpbyZeroBetaRule) {
-  using T = TypeParam;
-  const T nan = std::numeric_limits<T>::quiet_NaN();
-  const T inf = std::numeric_limits<T>::infinity();
-  for (const unsigned long n : {1ul, 7ul, 64ul}) {
-    std::vector<T> x(n, T(2)), y(n, nan);
-    // -0 is zero: y is not read, its NaNs do not survive.
-    nb::x86VectorAxpby<T>(n, T(3), x.data(), -T(0), y.data());
-    for (T v : y) EXPECT_SAME_BITS(T(6), v);
-    // No addition in the zero branch: -1 * +0 stays -0.
-    std::vector<T> zeros(n, T(0));
-    y.assign(n, inf);
-    nb::x86VectorAxpby<T>(n, T(-1), zeros.data(), T(0), y.data());
-    for (T v : y) EXPECT_SAME_BITS(-T(0), v);
-    // A NaN beta is not zero: finite y, all NaN.
-    y.assign(n, T(1));
-    nb::x86VectorAxpby<T>(n, T(3), x.data(), nan, y.data());
-    for (T v : y) EXPECT_TRUE(std::isnan(v));
-  }
-}
-
-TYPED_TEST(ElementwiseTest, DivisionByZeroGivesPositiveZero) {
-  using T = TypeParam;
-  const T nan = std::numeric_limits<T>::quiet_NaN();
-  const T inf = std::numeric_limits<T>::infinity();
-  // Repeated past a vector width so that both paths see every case.
-  const std::vector<T> num = {1, 1, 0, nan, -1, 1, 0, -1};
-  const std::vector<T> den = {T(0), -T(0), T(0), T(0), T(0), nan, 5, inf};
-  const std::vector<T> want = {0, 0, 0, 0, 0, nan, 0, -T(0)};
-  std::vector<T> x, y, expected;
-  for (int r = 0; r < 5; ++r) {
-    x.insert(x.end(), num.begin(), num.end());
-    y.insert(y.end(), den.begin(), den.end());
-    expected.insert(expected.end(), want.begin(), want.end());
-  }
-  std::vector<T> z(x.size(), T(7));
-  nb::x86VectorDiv<T>(x.size(), x.data(), y.data(), z.data());
-  EXPECT_SAME_RESULTS(expected.data(), z.data(), z.size());
-}
-
-TYPED_TEST(ElementwiseTest, AddWithOutputOneAboveInputIsARunningSum) {
-  using T = TypeParam;
-  std::vector<T> v(41, T(1));
-  const std::vector<T> ones(40, T(1));
-  nb::x86VectorAdd<T>(40, v.data(), ones.data(), v.data() + 1);
-  for (std::size_t i = 0; i < v.size(); ++i) EXPECT_EQ(T(i + 1), v[i]);
-}
-
-TYPED_TEST(ElementwiseTest, SwapMatchesItsDefinitionOnEveryShift) {
-  using T = TypeParam;
-  const T alpha = T(1.5), beta = T(-0.5);
-  for (const unsigned long n : boundary_lengths()) {
-    if (n > 1000) continue;
-    for (long d = -9; d <= 9; ++d) {
-      const long base = 16, far = static_cast<long>(n) + 32;
-      for (const long y_at : {base + d, base + far + d}) {
-        const std::size_t arena_size = static_cast<std::size_t>(base + 2 * far + 32);
-        const std::vector<T> initial =
-            mixed_values<T>(arena_size, static_cast<std::uint32_t>(n + 100 * d + 1000));
-        std::vector<T> expected = initial, actual = initial;
-        T* ex = expected.data() + base;
-        T* ey = expected.data() + y_at;
-        for (unsigned long i = 0; i < n; ++i) {
-          const T xi = ex[i], yi = ey[i];
-          ex[i] = yi * beta;
-          ey[i] = xi * alpha;
-        }
-        nb::x86VectorSwap<T>(n, alpha, actual.data() + base, beta, actual.data() + y_at);
-        SCOPED_TRACE("n=" + std::to_string(n) + ", y at " + std::to_string(y_at - base));
-        EXPECT_SAME_RESULTS(expected.data(), actual.data(), arena_size);
-      }
-    }
-  }
-}
-
-TYPED_TEST(ElementwiseTest, SwapEdgeCases) {
-  using T = TypeParam;
-  const T nan = std::numeric_limits<T>::quiet_NaN();
-  std::vector<T> v = mixed_values<T>(37, 5);
-  std::vector<T> expected(v.size());
-  for (std::size_t i = 0; i < v.size(); ++i) expected[i] = v[i] * T(3);
-  // The same vector: the store to y comes last, beta has no effect.
-  nb::x86VectorSwap<T>(v.size(), T(3), v.data(), T(100), v.data());
-  EXPECT_SAME_RESULTS(expected.data(), v.data(), v.size());
-  // A zero beta is not special: NaN * 0 is NaN.
-  std::vector<T> x(9, T(1)), y(9, nan);
-  nb::x86VectorSwap<T>(9, T(1), x.data(), T(0), y.data());
-  for (T xi : x) EXPECT_TRUE(std::isnan(xi));
-  for (T yi : y) EXPECT_SAME_BITS(T(1), yi);
-}
-
-TYPED_TEST(ElementwiseTest, CopyIsBitExact) {
-  using T = TypeParam;
-  for (const unsigned long n : boundary_lengths()) {
-    GuardedBuffer<T> x(n, Guard::kAfter), y(n, Guard::kBefore);
-    const std::vector<T> values = mixed_values<T>(n, 11);
-    x.assign(values.data());
-    nb::x86VectorCopy<T>(n, x.data(), y.data());
-    EXPECT_SAME_ARRAY_BITS(values.data(), y.data(), n);
+TEST(Fill, WorkedExamplesAndBytes) {
+  // The pattern is the output's own start: it repeats over the rest.
+  double y[10] = {5, -6, 7, 8, 0, 0, 0, 0, 0, 0};
+  nb::x86VectorFillVector<double, 4>(10, y, y);
+  const double repeated[10] = {5, -6, 7, 8, 5, -6, 7, 8, 5, -6};
+  EXPECT_SAME_ARRAY_BITS(repeated, y, 10);
+  for (const unsigned long n : numbra_test::boundary_lengths()) {
+    std::vector<unsigned char> bytes(n);
+    numbra_test::call_guarded(
+        [n](unsigned char* p) { nb::x86VectorFillScalar<unsigned char>(n, 0xA5, p); }, bytes);
+    EXPECT_EQ(std::vector<unsigned char>(n, 0xA5), bytes);
   }
 }
 

@@ -1,5 +1,6 @@
-// Reductions: one accumulator, ascending order, and the stated start values
-// of the extreme-value operators.
+// Reductions against their definition: one accumulator, ascending order,
+// and for the extreme values strict comparisons from the float limits. The
+// result goes to y[0] (and y[1]), so that the tester may place it anywhere.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,47 +8,22 @@
 #include <vector>
 
 #include "numbra.h"
-#include "support/float_bits.h"
-#include "support/guarded_buffer.h"
+#include "support/operator_tester.h"
 
 namespace nb = ZETL::numbra;
-using numbra_test::boundary_lengths;
-using numbra_test::from_bits;
-using numbra_test::Guard;
-using numbra_test::GuardedBuffer;
 using numbra_test::mixed_values;
+using numbra_test::Operator;
+using numbra_test::Shape;
 
 namespace {
 
+// The start values of the extreme values, in both precisions.
 template <typename T>
-class ReduceTest : public ::testing::Test {};
-
-using Precisions = ::testing::Types<float, double>;
-TYPED_TEST_SUITE(ReduceTest, Precisions);
-
-// The start values are the float limits in both precisions.
+const T kMaxStart = T(std::numeric_limits<float>::min());
 template <typename T>
-T max_start();
-template <>
-float max_start<float>() {
-  return from_bits<float>(0x00800000u);
-}
-template <>
-double max_start<double>() {
-  return from_bits<double>(0x3810000000000000ull);
-}
-template <typename T>
-T min_start();
-template <>
-float min_start<float>() {
-  return from_bits<float>(0x7F7FFFFFu);
-}
-template <>
-double min_start<double>() {
-  return from_bits<double>(0x47EFFFFFE0000000ull);
-}
+const T kMinStart = T(std::numeric_limits<float>::max());
 
-// Values in a narrow range so that sums stay finite and rounding matters.
+// Values whose sums stay finite, so that their rounding shows.
 template <typename T>
 std::vector<T> finite_values(std::size_t n, std::uint32_t seed) {
   std::vector<T> v = mixed_values<T>(n, seed);
@@ -57,110 +33,96 @@ std::vector<T> finite_values(std::size_t n, std::uint32_t seed) {
   return v;
 }
 
-TYPED_TEST(ReduceTest, SerialAscendingDefinitions) {
-  using T = TypeParam;
-  for (const unsigned long n : boundary_lengths()) {
-    for (const Guard guard : {Guard::kAfter, Guard::kBefore}) {
-      for (const bool with_specials : {false, true}) {
-        const std::vector<T> v = with_specials ? mixed_values<T>(n, 21) : finite_values<T>(n, 21);
-        GuardedBuffer<T> x(n, guard);
-        x.assign(v.data());
-        T sum = T(0), dot = T(0), hi = max_start<T>(), lo = min_start<T>();
-        for (const T e : v) {
-          sum = sum + e;
-          const T square = e * e;
-          dot = dot + square;
-          if (lo > e) lo = e;
-          if (e > hi) hi = e;
-        }
-        SCOPED_TRACE("n=" + std::to_string(n));
-        EXPECT_SAME_RESULT(sum, nb::x86VectorSum<T>(n, x.data()));
-        EXPECT_SAME_RESULT(dot, nb::x86VectorDot<T>(n, x.data()));
-        EXPECT_SAME_BITS(hi, nb::x86VectorMax<T>(n, x.data()));
-        T got_lo = T(7), got_hi = T(7);
-        nb::x86VectorMaxMin<T>(n, x.data(), &got_lo, &got_hi);
-        EXPECT_SAME_BITS(lo, got_lo);
-        EXPECT_SAME_BITS(hi, got_hi);
-      }
+// No negative values, so that a minimum is often a zero of either sign.
+template <typename T>
+std::vector<T> nonnegative_values(std::size_t n, std::uint32_t seed) {
+  std::vector<T> v = mixed_values<T>(n, seed);
+  for (T& x : v) x = x < 0 ? -x : x;
+  return v;
+}
+
+// One row of n elements into `results` values at y.
+template <typename T, class Run, class Define>
+Operator<T> reduction(std::string name, int results, Run run, Define define) {
+  return {std::move(name),
+          [run](const Shape& s, T* a, T*, T* y) { run(s.n, a, y); },
+          [define](const Shape& s, T* a, T*, T* y) { define(s.n, a, y); },
+          [](const Shape& s) { return s.n; },
+          numbra_test::no_operand,
+          [results](const Shape&) { return static_cast<unsigned long>(results); }};
+}
+
+template <typename T>
+std::vector<Operator<T>> operators() {
+  const auto sum = reduction<T>(
+      "Sum", 1, [](unsigned long n, const T* a, T* y) { *y = nb::x86VectorSum<T>(n, a); },
+      [](unsigned long n, const T* a, T* y) {
+        T s = 0;
+        for (unsigned long i = 0; i < n; ++i) s = s + a[i];
+        *y = s;
+      });
+  const auto dot = reduction<T>(
+      "Dot", 1, [](unsigned long n, const T* a, T* y) { *y = nb::x86VectorDot<T>(n, a); },
+      [](unsigned long n, const T* a, T* y) {
+        T s = 0;
+        for (unsigned long i = 0; i < n; ++i) s = s + a[i] * a[i];
+        *y = s;
+      });
+  const auto extremes = [](unsigned long n, const T* a, T* y) {
+    T lo = kMinStart<T>, hi = kMaxStart<T>;
+    for (unsigned long i = 0; i < n; ++i) {
+      if (lo > a[i]) lo = a[i];
+      if (a[i] > hi) hi = a[i];
     }
-  }
+    y[0] = lo;
+    y[1] = hi;
+  };
+  const auto max = reduction<T>(
+      "Max", 1, [](unsigned long n, const T* a, T* y) { *y = nb::x86VectorMax<T>(n, a); },
+      [extremes](unsigned long n, const T* a, T* y) {
+        T both[2];
+        extremes(n, a, both);
+        *y = both[1];
+      });
+  const auto max_min = reduction<T>(
+      "MaxMin", 2,
+      [](unsigned long n, const T* a, T* y) { nb::x86VectorMaxMin<T>(n, a, y, y + 1); }, extremes);
+  return {sum,
+          Operator<T>(sum).drawn_from(finite_values<T>),
+          dot,
+          Operator<T>(dot).drawn_from(finite_values<T>),
+          Operator<T>(max).keeping_payloads(),
+          Operator<T>(max_min).keeping_payloads(),
+          Operator<T>(max_min).keeping_payloads().drawn_from(nonnegative_values<T>)};
 }
 
-TYPED_TEST(ReduceTest, EmptyVectorGivesTheStartValues) {
-  using T = TypeParam;
-  EXPECT_SAME_BITS(T(0), nb::x86VectorSum<T>(0, nullptr));
-  EXPECT_SAME_BITS(T(0), nb::x86VectorDot<T>(0, nullptr));
-  EXPECT_SAME_BITS(max_start<T>(), nb::x86VectorMax<T>(0, nullptr));
-  T lo = T(0), hi = T(0);
-  nb::x86VectorMaxMin<T>(0, nullptr, &lo, &hi);
-  EXPECT_SAME_BITS(min_start<T>(), lo);
-  EXPECT_SAME_BITS(max_start<T>(), hi);
-  EXPECT_GT(lo, hi);
+template <typename T>
+class ReduceTest : public ::testing::Test {};
+
+using Precisions = ::testing::Types<float, double>;
+TYPED_TEST_SUITE(ReduceTest, Precisions);
+
+TYPED_TEST(ReduceTest, MatchesTheAscendingLoopInsideGuards) {
+  numbra_test::OperatorTester<TypeParam>()
+      .shapes({1}, numbra_test::boundary_lengths())
+      .test_inside_guards(operators<TypeParam>());
 }
 
-TYPED_TEST(ReduceTest, ExtremesNeverPassTheStartValues) {
-  using T = TypeParam;
-  const T nan = std::numeric_limits<T>::quiet_NaN();
-  const std::vector<T> negatives = {-3, -1};
-  EXPECT_SAME_BITS(max_start<T>(), nb::x86VectorMax<T>(2, negatives.data()));
-  T lo, hi;
-  nb::x86VectorMaxMin<T>(2, negatives.data(), &lo, &hi);
-  EXPECT_SAME_BITS(T(-3), lo);
-  EXPECT_SAME_BITS(max_start<T>(), hi);
-
-  const std::vector<T> nans = {nan, T(5), nan};
-  EXPECT_SAME_BITS(T(5), nb::x86VectorMax<T>(3, nans.data()));
-  const std::vector<T> all_nan = {nan, nan};
-  EXPECT_SAME_BITS(max_start<T>(), nb::x86VectorMax<T>(2, all_nan.data()));
-
-  // Of two equal values the earlier stays: -0 and +0 in either order.
-  const std::vector<T> zeros = {-T(0), T(0)};
-  nb::x86VectorMaxMin<T>(2, zeros.data(), &lo, &hi);
-  EXPECT_SAME_BITS(-T(0), lo);
-  const std::vector<T> zeros_swapped = {T(0), -T(0)};
-  nb::x86VectorMaxMin<T>(2, zeros_swapped.data(), &lo, &hi);
-  EXPECT_SAME_BITS(T(0), lo);
-
-  const std::vector<T> negative_zeros(9, -T(0));
-  EXPECT_SAME_BITS(T(0), nb::x86VectorSum<T>(9, negative_zeros.data()));
+TYPED_TEST(ReduceTest, MatchesTheAscendingLoopWhereverTheResultLies) {
+  numbra_test::OperatorTester<TypeParam>().test_placements(operators<TypeParam>());
 }
 
-TYPED_TEST(ReduceTest, FirstZeroDecidesTheSignOfAZeroMinimum) {
-  using T = TypeParam;
-  const T nan = std::numeric_limits<T>::quiet_NaN();
-  for (const unsigned long n : {4ul, 5ul, 9ul, 17ul, 33ul}) {
-    for (unsigned long first = 0; first < n; ++first) {
-      for (unsigned long second = first + 1; second < n; ++second) {
-        for (const T first_zero : {-T(0), T(0)}) {
-          std::vector<T> x(n, T(2));
-          x[n / 2] = nan;
-          x[first] = first_zero;
-          x[second] = -first_zero;
-          T lo, hi;
-          nb::x86VectorMaxMin<T>(n, x.data(), &lo, &hi);
-          EXPECT_SAME_BITS(first_zero, lo) << "n=" << n << " zeros at " << first << ", " << second;
-          EXPECT_SAME_BITS(T(2), hi);
-        }
-      }
-    }
-  }
-}
-
-TEST(ReduceDouble, UsesTheFloatLimits) {
+// Worked examples: the start values, the float limits in double too, and
+// sums rounded in the element type.
+TEST(Reduce, StartValuesAndRounding) {
+  double lo = 0, hi = 0;
+  nb::x86VectorMaxMin<double>(0, nullptr, &lo, &hi);
+  EXPECT_SAME_BITS(3.4028234663852886e+38, lo);
+  EXPECT_SAME_BITS(1.1754943508222875e-38, hi);
   const double tiny = 1e-300;
   EXPECT_SAME_BITS(1.1754943508222875e-38, nb::x86VectorMax<double>(1, &tiny));
-  const double huge = 1e300;
-  double lo, hi;
-  nb::x86VectorMaxMin<double>(1, &huge, &lo, &hi);
-  EXPECT_SAME_BITS(3.4028234663852886e+38, lo);
-  EXPECT_SAME_BITS(1e300, hi);
-}
-
-TEST(ReduceRounding, AccumulatesInTheElementType) {
-  const float f[3] = {1e8f, 1.0f, -1e8f};
-  EXPECT_SAME_BITS(0.0f, nb::x86VectorSum<float>(3, f));
-  const double d[3] = {1e8, 1.0, -1e8};
-  EXPECT_SAME_BITS(1.0, nb::x86VectorSum<double>(3, d));
+  const float ones[3] = {1e8f, 1.0f, -1e8f};
+  EXPECT_SAME_BITS(0.0f, nb::x86VectorSum<float>(3, ones));
   const float big = 1e20f;
   EXPECT_SAME_BITS(std::numeric_limits<float>::infinity(), nb::x86VectorDot<float>(1, &big));
 }
