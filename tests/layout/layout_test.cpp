@@ -102,7 +102,7 @@ TYPED_TEST_SUITE(LayoutTest, Precisions);
 
 TYPED_TEST(LayoutTest, GeamMatchesItsDefinition) {
   OperatorTester<TypeParam>()
-      .shapes({0, 1, 2, 3, 5, 9}, {0, 1, 2, 3, 4, 5, 7, 8, 9, 17, 33, 65}, {0, 3})
+      .shapes({0, 1, 2, 3, 5, 9, 33, 65}, {0, 1, 2, 3, 4, 5, 7, 8, 9, 17, 33, 65, 130}, {0, 3})
       .test_inside_guards(geam_operators<TypeParam>());
   OperatorTester<TypeParam>()
       .shapes({1, 3}, {1, 4, 5, 9, 33}, {0, 2})
