@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <string>
 #include <vector>
 
 #include "gemm/sgemm_reference.h"
@@ -54,8 +53,7 @@ void check_kernel(Rounding rounding, int width, int m, int k, Run run) {
         s = numbra_test::chain_step(rounding, s, a[row * sa + l], b[l * width + j]);
       }
   numbra_test::call_guarded(run, a, b, c);
-  SCOPED_TRACE("width " + std::to_string(width) + " m=" + std::to_string(m) +
-               " k=" + std::to_string(k));
+  SCOPED_TRACE(testing::Message() << "width " << width << ", m " << m << ", k " << k);
   EXPECT_SAME_RESULTS(expected.data(), c.data(), c.size());
 }
 
@@ -138,11 +136,10 @@ class SkinnyTester {
                 m_, n_, k_, alpha_, lda_, a, pack_stride_, panel, ldb_, b, beta_, ldc_, c);
           },
           a, b, c, panel);
-      SCOPED_TRACE(std::string(isa.name) + " m=" + std::to_string(m_) + " n=" + std::to_string(n_) +
-                   " k=" + std::to_string(k_) + " lda=" + std::to_string(lda_) +
-                   " ldb=" + std::to_string(ldb_) + " pack_stride=" + std::to_string(pack_stride_) +
-                   " alpha=" + numbra_test::describe(alpha_) +
-                   " beta=" + numbra_test::describe(beta_));
+      SCOPED_TRACE(testing::Message()
+                   << isa.name << ' ' << m_ << " x " << n_ << " x " << k_ << ", lda " << lda_
+                   << ", ldb " << ldb_ << ", pack stride " << pack_stride_ << ", alpha " << alpha_
+                   << ", beta " << beta_);
       EXPECT_SAME_RESULTS(expected.data(), c.data(), c.size());
       EXPECT_SAME_ARRAY_BITS(expected_panel.data(), panel.data(), panel.size());
     }

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -136,10 +135,9 @@ class GemvTester {
                                                    xs > 0 ? x : nullptr, beta_, y);
           },
           a, x, y);
-      SCOPED_TRACE(std::string(transposed_ ? "t" : "n") + (sizeof(T) == 4 ? " float" : " double") +
-                   " isa=" + std::to_string(int(isa)) + " m=" + std::to_string(m_) +
-                   " n=" + std::to_string(n_) + " alpha=" + numbra_test::describe(alpha_) +
-                   " beta=" + numbra_test::describe(beta_));
+      SCOPED_TRACE(testing::Message()
+                   << (transposed_ ? 't' : 'n') << ' ' << sizeof(T) * 8 << "-bit isa " << isa
+                   << ": " << m_ << " x " << n_ << ", alpha " << alpha_ << ", beta " << beta_);
       EXPECT_SAME_RESULTS(expected.data(), y.data(), y.size());
     }
   }
