@@ -134,8 +134,8 @@ class GemmTester {
                                   : (m_ - 1) * ldc + n_ - 1) +
                   1
             : 0;
-    // About two dot products in five meet a special value.
-    const unsigned seed = unsigned(m_ * 7 + n_ * 3 + k_), specials = 4 * std::max(k_, 2L);
+    const unsigned seed = unsigned(m_ * 7 + n_ * 3 + k_);
+    const int specials = numbra_test::specials_for_length(k_);
     std::vector<T> a = gemm_values<T>(span(a_rows, a_cols, lda), seed, specials),
                    b = gemm_values<T>(span(b_rows, b_cols, ldb), seed + 1, specials),
                    c = gemm_values<T>(c_size, seed + 2, 20);

@@ -42,8 +42,10 @@ const KernelWidth kKernels[] = {{48, sgemm_kernel_fma_n48, sgemm_kernel_avx_n48}
 template <class Run>
 void check_kernel(Rounding rounding, int width, int m, int k, Run run) {
   const int rows = m <= 0 ? 0 : m + (m & 1), depth = std::max(k, 0), sa = std::max(k, 1);
-  std::vector<float> a = gemm_values<float>(rows > 0 ? (rows - 1) * sa + depth : 0, m * 7 + k, 8),
-                     b = gemm_values<float>(depth * width, m + k * 5, 8),
+  const int specials = numbra_test::specials_for_length(k);
+  std::vector<float> a = gemm_values<float>(rows > 0 ? (rows - 1) * sa + depth : 0, m * 7 + k,
+                                            specials),
+                     b = gemm_values<float>(depth * width, m + k * 5, specials),
                      c = gemm_values<float>(rows * width, m + k + width, 8);
   std::vector<float> expected = c;
   for (int row = 0; row < rows; ++row)
@@ -114,8 +116,7 @@ class SkinnyTester {
 
   void test() const {
     const unsigned seed = m_ * 1000 + n_ * 10 + k_;
-    // About two dot products in five meet a special value.
-    const int specials = 4 * std::max(k_, 2);
+    const int specials = numbra_test::specials_for_length(k_);
     const std::vector<float> a0 = gemm_values<float>(a_extent(m_, k_, lda_), seed, specials),
                              b0 = gemm_values<float>(b_extent(n_, k_, ldb_), seed + 1, specials),
                              c0 = gemm_values<float>(

@@ -49,6 +49,10 @@ std::vector<T> gemm_values(std::size_t n, unsigned seed, int specials_one_in) {
   return v;
 }
 
+// The rate of special values for the operands of dot products `length`
+// long at which about two products in five meet one.
+inline int specials_for_length(long length) { return 4 * static_cast<int>(std::max(length, 2L)); }
+
 // One step of a dot-product chain: s + a * b, rounded once or twice.
 inline float chain_step(Rounding rounding, float s, float a, float b) {
   if (rounding == Rounding::kFused) return std::fma(a, b, s);

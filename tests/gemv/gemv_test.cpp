@@ -118,8 +118,7 @@ class GemvTester {
 
   void test() const {
     const int xs = transposed_ ? m_ : n_, ys = transposed_ ? n_ : m_;
-    // About two chains in five meet a special value.
-    const int specials = 4 * std::max(xs, 2);
+    const int specials = numbra_test::specials_for_length(xs);
     const unsigned seed = m_ * 100 + n_;
     const std::vector<T> a0 = numbra_test::gemm_values<T>(long(m_) * n_, seed, specials),
                          x0 = numbra_test::gemm_values<T>(xs, seed + 7, specials),
