@@ -203,7 +203,8 @@ class SpmvTester {
     std::vector<float> y(m_, 0.0f);
     for (const Line& line : lines) {
       if (dot != nullptr) {
-        const float s = dot(x.data() + line.base, &idx[line.first], &val[line.first], line.count);
+        const float s =
+            dot(x.data() + line.base, idx.data() + line.first, val.data() + line.first, line.count);
         y[line.own] = s + y[line.own];
       } else if (stored(x[line.own])) {
         for (int e = line.first; e < line.first + line.count; ++e) {

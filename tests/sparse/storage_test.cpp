@@ -44,7 +44,7 @@ auto arrays(Blocked& b) { return std::tie(b.blockPtr, b.len, b.idx, b.val); }
 
 template <typename T>
 bool unchanged(const std::vector<T>& now, const std::vector<T>& before) {
-  return std::memcmp(now.data(), before.data(), now.size() * sizeof(T)) == 0;
+  return now.empty() || std::memcmp(now.data(), before.data(), now.size() * sizeof(T)) == 0;
 }
 
 // Runs `call(inputs..., outputs...)` guarded, on outputs of the size of
