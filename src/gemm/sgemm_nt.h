@@ -268,12 +268,15 @@ void finish_tile(const NtBlock& blk, int j, const __m256* acc) {
   }
 }
 
-// A group of blocks goes through B by chunks of 24 columns and 128 columns
+// A group of blocks goes through B by chunks of 48 columns and 256 columns
 // of K: each piece of B is loaded from memory once and serves every row of
 // the group. The group's rows of A for the K chunk are copied side by side
-// into a local panel (8 KiB for 16 rows): rows of A a multiple of 4 KiB
+// into a local panel (16 KiB for 16 rows): rows of A a multiple of 4 KiB
 // apart would otherwise all fall into the same few cache sets. Partial sums
-// wait in a local buffer from one K chunk to the next.
+// wait in a local buffer (24 KiB) from one K chunk to the next. The chunk
+// sizes weigh that copy, made once per chunk of columns, against the stack
+// the two buffers take; the chunk width is a multiple of every register
+// tile width.
 //
 // The main steps run in register tiles of up to twelve elements (4 x 3,
 // 3 x 3, 2 x 6, 1 x 6): enough independent sums to hide the latency of the
@@ -283,8 +286,8 @@ void finish_tile(const NtBlock& blk, int j, const __m256* acc) {
 // outputs go by the block's own tiles.
 constexpr int register_columns(int rows) { return rows == 4 || rows == 3 ? 3 : 6; }
 
-constexpr int kChunkColumns = 24;
-constexpr int kChunkDepth = 128;
+constexpr int kChunkColumns = 48;
+constexpr int kChunkDepth = 256;
 constexpr int kGroupBlocks = 4;
 constexpr int kGroupRows = 4 * kGroupBlocks;
 

@@ -153,8 +153,8 @@ class SkinnyTester {
 
 TEST(SgemmSkinny, EveryRowBlockTileAndTail) {
   for (int m = 0; m <= 16; ++m)
-    for (const int n : {0, 1, 2, 3, 4, 5, 7, 11, 12, 13, 25, 31, 32, 33, 36, 37})
-      for (const int k : {0, 1, 7, 8, 9, 15, 16, 17, 23, 24, 25, 47, 48, 49, 127, 128, 129, 136})
+    for (const int n : {0, 1, 2, 3, 4, 5, 7, 11, 12, 13, 25, 31, 32, 33, 36, 37, 49, 97})
+      for (const int k : {0, 1, 7, 8, 9, 15, 16, 17, 23, 24, 25, 47, 48, 49, 255, 256, 257, 264})
         SkinnyTester().shape(m, n, k).test();
 }
 
