@@ -34,10 +34,10 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <numeric>
 
 #include "common/call_frame.h"
+#include "simd/element_loop.h"
 
 namespace numbra_internal {
 namespace {
@@ -412,13 +412,6 @@ void run_blocks(const NtBlock* blk, int count, int n) {
   }
 }
 
-// Whether [lo, lo + count) and [other, other + other_count) share memory.
-inline bool overlap(const float* lo, std::ptrdiff_t count, const float* other,
-                    std::ptrdiff_t other_count) {
-  const auto x = reinterpret_cast<std::uintptr_t>(lo), y = reinterpret_cast<std::uintptr_t>(other);
-  return x < y + other_count * sizeof(float) && y < x + count * sizeof(float);
-}
-
 template <class MulAdd>
 void sgemm_nt(int m, int n, int k, float alpha, int lda, const float* a, int pack_stride,
               float* scratch, int ldb, const float* b, float beta, int ldc, float* c) {
@@ -447,11 +440,11 @@ void sgemm_nt(int m, int n, int k, float alpha, int lda, const float* a, int pac
   // Whether packing every block first leaves each block's values where it
   // reads them: in A, and for the last block also in the panel.
   const std::ptrdiff_t panel_floats = std::ptrdiff_t(k / kLanes) * pack_stride + 4 * kLanes;
-  const bool apart = m > 0 && n > 0 && k > 0 && lda >= 0 && ldb >= 0 && ldc >= 0 &&
-                     pack_stride >= 4 * kLanes &&
-                     !overlap(scratch, panel_floats, a, m * ld_a + 4 * std::ptrdiff_t(k)) &&
-                     !overlap(scratch, panel_floats, b, n * (ld_b + k) + k) &&
-                     !overlap(scratch, panel_floats, c, m * ld_c + n);
+  const bool apart =
+      m > 0 && n > 0 && k > 0 && lda >= 0 && ldb >= 0 && ldc >= 0 && pack_stride >= 4 * kLanes &&
+      ranges_are_disjoint(scratch, panel_floats, a, m * ld_a + 4 * std::ptrdiff_t(k)) &&
+      ranges_are_disjoint(scratch, panel_floats, b, n * (ld_b + k) + k) &&
+      ranges_are_disjoint(scratch, panel_floats, c, m * ld_c + n);
   if (!apart) {
     for (int i = 0; i < m; i += 4) {
       const int rows = std::min(4, m - i);

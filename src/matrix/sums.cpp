@@ -10,19 +10,12 @@
 namespace numbra_internal {
 namespace {
 
-template <typename T>
-T row_sum(unsigned long n, const T* row) {
-  T s = T(0);
-  for (unsigned long j = 0; j < n; ++j) s = s + row[j];
-  return s;
-}
-
 // y[r] = (sum of row r) * alpha + u, blending the old y[r] with `coefficient`.
 template <typename T>
 void blend_row_sums(unsigned long m, unsigned long n, unsigned long lda, T alpha, const T* a,
                     T coefficient, T* y) {
   for (unsigned long r = 0; r < m; ++r) {
-    const T s = row_sum(n, a + r * lda);
+    const T s = ascending_sum(n, a + r * lda);
     const T scaled = s * alpha;
     y[r] = scaled + blend_term(coefficient, y + r);
   }
@@ -34,12 +27,12 @@ void blend_row_sums(unsigned long m, unsigned long n, unsigned long lda, T alpha
 namespace ZETL {
 namespace numbra {
 
+using numbra_internal::ascending_sum;
 using numbra_internal::blend_row_sums;
 using numbra_internal::blend_term;
 using numbra_internal::fill_elements;
 using numbra_internal::map_elements;
 using numbra_internal::ranges_are_disjoint;
-using numbra_internal::row_sum;
 
 template <typename T>
 void x86MatrixSumByRow(int, unsigned long m, unsigned long n, unsigned long lda, T alpha,
@@ -51,7 +44,7 @@ template <typename T>
 void x86MatrixGetSum(int, unsigned long m, unsigned long n, T alpha, const T* a, T beta, T* y) {
   // A row summing to less than 1 contributes +0, with alpha not applied.
   for (unsigned long r = 0; r < m; ++r) {
-    const T s = row_sum(n, a + r * n);
+    const T s = ascending_sum(n, a + r * n);
     const T t = T(1) > s ? T(0) : s * alpha;
     y[r] = t + blend_term(beta, y + r);
   }
@@ -109,7 +102,7 @@ void x86MatrixAvgByRow(int, unsigned long m, unsigned long n, unsigned long lda,
   for (unsigned long r = 0; r < m; ++r) {
     const T* ar = a + r * lda;
     T* yr = y + r * lda;
-    const T s = row_sum(n, ar);
+    const T s = ascending_sum(n, ar);
     if (numbra_internal::zero_beta(beta)) {
       map_elements(
           n, yr, [alpha, s](auto aj) { return (aj * alpha) / s + T(0); }, ar);

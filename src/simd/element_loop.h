@@ -118,6 +118,15 @@ inline void write_elements(unsigned long n, T* out, bool vectors, bool streaming
   for (; i < n; ++i) out[i] = scalar_at(i);
 }
 
+// x[0] + x[1] + ... + x[n-1] from +0, one rounded add at a time in
+// ascending order: the order leaves no room for lanes.
+template <typename T>
+inline T ascending_sum(unsigned long n, const T* x) {
+  T sum = T(0);
+  for (unsigned long i = 0; i < n; ++i) sum = sum + x[i];
+  return sum;
+}
+
 // out[i] = v for i in 0..n-1: v is held before the first store, so the
 // order of the stores cannot show.
 template <typename T>

@@ -1,7 +1,7 @@
 // Reductions. Sums have one accumulator of T and run in ascending order: a
 // split into partial sums would round differently, so they stay serial.
 #include "numbra.h"
-#include "simd/lanes256.h"
+#include "simd/element_loop.h"
 
 namespace numbra_internal {
 namespace {
@@ -71,9 +71,7 @@ namespace numbra {
 
 template <typename T>
 T x86VectorSum(unsigned long n, const T* x) {
-  T sum = T(0);
-  for (unsigned long i = 0; i < n; ++i) sum = sum + x[i];
-  return sum;
+  return numbra_internal::ascending_sum(n, x);
 }
 
 template <typename T>
