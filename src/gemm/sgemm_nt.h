@@ -35,6 +35,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <numeric>
+#include <type_traits>
 
 #include "common/call_frame.h"
 #include "simd/element_loop.h"
@@ -155,6 +156,8 @@ void tile_steps(const NtBlock& blk, const RowRuns& a_runs, int a_origin, int j, 
     for (int col = 0; col < C; ++col) {
       y[col] = _mm256_loadu_ps(b_col[col]);
       b_col[col] += kLanes;
+      // Two rows would each fold this load into their step, loading it twice.
+      if constexpr (R == 2) __asm__("" : "+x"(y[col]));
     }
 #pragma GCC unroll 4
     for (int r = 0; r < R; ++r) {
@@ -278,13 +281,18 @@ void finish_tile(const NtBlock& blk, int j, const __m256* acc) {
 // the two buffers take; the chunk width is a multiple of every register
 // tile width.
 //
-// The main steps run in register tiles of up to twelve elements (4 x 3,
-// 3 x 3, 2 x 6, 1 x 6): enough independent sums to hide the latency of the
-// step, in both twins (measured: narrower tiles for the unfused step, which
-// needs a register for its products, ran slower). Which elements share a
-// register tile changes nothing in any element's sum; the K tails and
-// outputs go by the block's own tiles.
-constexpr int register_columns(int rows) { return rows == 4 || rows == 3 ? 3 : 6; }
+// The main steps run in register tiles that fit the sixteen vector
+// registers: R x W sums, the W loads of B and the load of A of a step, and
+// for the unfused step one more register for its product. So 1 x 6, 2 x 4,
+// 3 x 3, and 4 x 3 fused but 4 x 2 unfused (measured: a 4 x 3 unfused tile
+// leaves the compiler one register short, and it ran at half speed). Which
+// elements share a register tile changes nothing in any element's sum; the
+// K tails and outputs go by the block's own tiles.
+template <class MulAdd>
+constexpr int register_columns(int rows) {
+  constexpr int kWidth[] = {6, 4, 3, MulAdd::kFused ? 3 : 2};
+  return kWidth[rows - 1];
+}
 
 constexpr int kChunkColumns = 48;
 constexpr int kChunkDepth = 256;
@@ -310,19 +318,20 @@ void block_steps(const NtBlock& blk, const RowRuns& a_runs, int a_origin, int j0
                  int k1, __m256* acc) {
   k1 = std::min(k1, blk.main_extent);
   if (k1 <= k0) return;
+  auto steps = [&](auto rows) {
+    constexpr int R = decltype(rows)::value;
+    steps_over_columns<R, register_columns<MulAdd>(R), MulAdd>(blk, a_runs, a_origin, j0, end, k0,
+                                                               k1, acc);
+  };
   switch (blk.rows) {
     case 4:
-      return steps_over_columns<4, register_columns(4), MulAdd>(blk, a_runs, a_origin, j0, end, k0,
-                                                                k1, acc);
+      return steps(std::integral_constant<int, 4>());
     case 3:
-      return steps_over_columns<3, register_columns(3), MulAdd>(blk, a_runs, a_origin, j0, end, k0,
-                                                                k1, acc);
+      return steps(std::integral_constant<int, 3>());
     case 2:
-      return steps_over_columns<2, register_columns(2), MulAdd>(blk, a_runs, a_origin, j0, end, k0,
-                                                                k1, acc);
+      return steps(std::integral_constant<int, 2>());
     default:
-      return steps_over_columns<1, register_columns(1), MulAdd>(blk, a_runs, a_origin, j0, end, k0,
-                                                                k1, acc);
+      return steps(std::integral_constant<int, 1>());
   }
 }
 
@@ -356,7 +365,7 @@ void run_blocks(const NtBlock* blk, int count, int n) {
     covered = std::max(covered, blk[g].tile_columns);
     deepest = std::max(deepest, blk[g].main_extent);
     rows += blk[g].rows;
-    step = std::lcm(step, register_columns(blk[g].rows));
+    step = std::lcm(step, register_columns<MulAdd>(blk[g].rows));
   }
   alignas(32) float panel[kGroupRows * kChunkDepth];
   alignas(32) __m256 acc[kGroupRows * kChunkColumns];
