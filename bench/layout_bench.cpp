@@ -80,7 +80,7 @@ void register_transpose(const std::string& type, const Shape& s) {
 int main(int argc, char** argv) {
   numbra_bench::pin_peer_blas(argv);
   for (const Shape& s : {Shape{4096, 4096, 4096, 4096}, Shape{1000, 3000, 3000, 1000},
-                         Shape{1031, 1033, 1042, 1044}}) {
+                         Shape{1031, 1033, 1042, 1044}, Shape{1024, 1024, 1024, 1024}}) {
     register_transpose<float>("float", s);
     register_transpose<double>("double", s);
   }

@@ -110,10 +110,12 @@ TYPED_TEST(LayoutTest, GeamMatchesItsDefinition) {
 }
 
 // Around the 32-byte squares (4 doubles, 8 floats) and the tiles (32
-// doubles, 64 floats).
+// doubles, 64 floats); 250 and 256 rows give destination rows 1 KiB apart
+// (with pads of 3, stretched to 6, and none), which go through the tile
+// buffer.
 TYPED_TEST(LayoutTest, TransposeOfEveryShapeAroundTheTileEdge) {
   OperatorTester<TypeParam>()
-      .shapes({0, 1, 2, 3, 4, 5, 7, 8, 9, 31, 32, 33, 63, 64, 65, 100, 130},
+      .shapes({0, 1, 2, 3, 4, 5, 7, 8, 9, 31, 32, 33, 63, 64, 65, 100, 130, 250, 256},
               {0, 1, 3, 4, 5, 7, 8, 9, 31, 32, 33, 63, 64, 65, 100, 129}, {0, 3})
       .test_inside_guards({transpose<TypeParam>()});
 }
