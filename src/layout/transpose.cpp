@@ -25,6 +25,7 @@
 #include "layout/transpose.h"
 #include "numbra.h"
 #include "simd/element_loop.h"
+#include "simd/lanes256.h"
 
 namespace numbra_internal {
 namespace {
@@ -66,23 +67,6 @@ inline void transpose_square(const double* a, std::ptrdiff_t lda, double* b, std
   _mm256_storeu_pd(b + ldb, _mm256_permute2f128_pd(t1, t3, 0x20));
   _mm256_storeu_pd(b + 2 * ldb, _mm256_permute2f128_pd(t0, t2, 0x31));
   _mm256_storeu_pd(b + 3 * ldb, _mm256_permute2f128_pd(t1, t3, 0x31));
-}
-
-// 32 bytes from the aligned buffer to b, with a streaming store or a plain
-// one.
-inline void copy_32(float* b, const float* buffer, bool streaming) {
-  if (streaming) {
-    _mm256_stream_ps(b, _mm256_load_ps(buffer));
-  } else {
-    _mm256_storeu_ps(b, _mm256_load_ps(buffer));
-  }
-}
-inline void copy_32(double* b, const double* buffer, bool streaming) {
-  if (streaming) {
-    _mm256_stream_pd(b, _mm256_load_pd(buffer));
-  } else {
-    _mm256_storeu_pd(b, _mm256_load_pd(buffer));
-  }
 }
 
 // How a tile reaches the destination.
@@ -147,7 +131,12 @@ void transpose_tile(const T* a, std::ptrdiff_t lda, int rows, int cols, T* b, st
     T* row = b + j * ldb;
     const T* from = buffer + j * kEdge;
     for (int i = 0; i < whole; i += kSide) {
-      copy_32(row + i, from + i, output == TileOutput::kStreamed);
+      const auto v = Lanes256<T>::load(from + i);
+      if (output == TileOutput::kStreamed) {
+        Lanes256<T>::stream(row + i, v);
+      } else {
+        Lanes256<T>::store(row + i, v);
+      }
     }
     for (int i = whole; i < rows; ++i) row[i] = from[i];
   }
