@@ -138,27 +138,39 @@ void copy_strip(const float* a, std::ptrdiff_t lda, int depth, float* to, int st
 
 // Packs `depth` rows of `width` columns of B, ldb apart, into slivers of 16
 // columns, each `depth` rows of 16 floats; a short last sliver gets zeros
-// behind its real columns, which are the only ones read. Rows are read
-// whole, front to back, and asked for a few rows ahead: B's rows may lie far
-// apart.
+// behind its real columns, which are the only ones read. B goes in blocks of
+// a few rows: the block's rows are read from cache once per sliver, while
+// each sliver's piece goes out as a run of whole lines (sliver by sliver, row
+// by row, every store would fall into the same few cache sets). The next
+// block is asked for ahead: B's rows may lie far apart.
 inline void pack_panel(const float* b, std::ptrdiff_t ldb, int depth, int width, float* panel) {
-  constexpr int kAhead = 4;
+  constexpr int kBlockRows = 8;
   const int full = width / kSliverWidth, tail = width % kSliverWidth;
   const __m256i tail_lo = lanes_below(tail), tail_hi = lanes_below(tail - 8);
   const std::ptrdiff_t sliver_floats = std::ptrdiff_t(depth) * kSliverWidth;
-  for (int l = 0; l < depth; ++l, b += ldb) {
-    if (l + kAhead < depth) {
-      for (int j = 0; j < width; j += kLineFloats)
-        _mm_prefetch(reinterpret_cast<const char*>(b + kAhead * ldb + j), _MM_HINT_T0);
+  for (int l0 = 0; l0 < depth; l0 += kBlockRows, b += kBlockRows * ldb) {
+    const int rows = std::min(kBlockRows, depth - l0);
+    if (l0 + kBlockRows < depth) {
+      for (int r = 0; r < std::min(kBlockRows, depth - l0 - kBlockRows); ++r)
+        for (int j = 0; j < width; j += kLineFloats)
+          _mm_prefetch(reinterpret_cast<const char*>(b + (kBlockRows + r) * ldb + j), _MM_HINT_T0);
     }
-    float* row = panel + l * kSliverWidth;
-    for (int s = 0; s < full; ++s, row += sliver_floats) {
-      _mm256_storeu_ps(row, _mm256_loadu_ps(b + s * kSliverWidth));
-      _mm256_storeu_ps(row + 8, _mm256_loadu_ps(b + s * kSliverWidth + 8));
+    float* block = panel + l0 * kSliverWidth;
+    for (int s = 0; s < full; ++s) {
+      const float* from = b + s * kSliverWidth;
+      float* to = block + s * sliver_floats;
+      for (int r = 0; r < rows; ++r, from += ldb, to += kSliverWidth) {
+        _mm256_storeu_ps(to, _mm256_loadu_ps(from));
+        _mm256_storeu_ps(to + 8, _mm256_loadu_ps(from + 8));
+      }
     }
     if (tail > 0) {
-      _mm256_storeu_ps(row, _mm256_maskload_ps(b + full * kSliverWidth, tail_lo));
-      _mm256_storeu_ps(row + 8, _mm256_maskload_ps(b + full * kSliverWidth + 8, tail_hi));
+      const float* from = b + full * kSliverWidth;
+      float* to = block + full * sliver_floats;
+      for (int r = 0; r < rows; ++r, from += ldb, to += kSliverWidth) {
+        _mm256_storeu_ps(to, _mm256_maskload_ps(from, tail_lo));
+        _mm256_storeu_ps(to + 8, _mm256_maskload_ps(from + 8, tail_hi));
+      }
     }
   }
 }
