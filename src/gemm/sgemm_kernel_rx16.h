@@ -63,9 +63,9 @@ inline __m256i lanes_below(int count) {
 // It is written in assembly: with both the product and the sum in flight,
 // the unfused step needs all 16 vector registers (12 sums, 2 of B, the
 // broadcast and the product), which the compiler does not manage without
-// spilling sums. The sums come in from the tile in memory and go back there
-// (12 loads and stores a call, against 12 steps for every depth step). One depth step, for either
-// step form:
+// spilling sums. The sums are register operands, so they come in from and go
+// on to the caller's registers (the write-back to C) without a trip through
+// memory. One depth step, for either step form:
 //   b_lo, b_hi = B[l][0..7], B[l][8..15];  for each row r:
 //   x = A[r][l] broadcast; sum_lo[r] = STEP(sum_lo[r], b_lo, x); same for hi.
 // A's rows are addressed from row 0 and row 3 with lda in bytes.
@@ -79,81 +79,83 @@ inline __m256i lanes_below(int count) {
       STEP("%%ymm13", "%%ymm14", hi)
 #define NUMBRA_DEPTH_STEP(STEP, j)                                                  \
   "vmovups 64*" #j                                                                  \
-  "(%[b]), %%ymm12\n\t"                                                             \
+  "(%%rdx), %%ymm12\n\t"                                                            \
   "vmovups 64*" #j                                                                  \
-  "+32(%[b]), %%ymm13\n\t" NUMBRA_ROW_STEP(STEP, j, "(%[a0])", "%%ymm0", "%%ymm6")  \
-      NUMBRA_ROW_STEP(STEP, j, "(%[a0],%[lda],1)", "%%ymm1", "%%ymm7")              \
-          NUMBRA_ROW_STEP(STEP, j, "(%[a0],%[lda],2)", "%%ymm2", "%%ymm8")          \
-              NUMBRA_ROW_STEP(STEP, j, "(%[a3])", "%%ymm3", "%%ymm9")               \
-                  NUMBRA_ROW_STEP(STEP, j, "(%[a3],%[lda],1)", "%%ymm4", "%%ymm10") \
-                      NUMBRA_ROW_STEP(STEP, j, "(%[a3],%[lda],2)", "%%ymm5", "%%ymm11")
-// The tile's sums: lo[0..5] at bytes 0-191 in ymm0-5, hi[0..5] at 192-383
-// in ymm6-11.
-#define NUMBRA_6X16_LOAD_SUMS                                   \
-  "vmovups 0(%[t]), %%ymm0\n\t vmovups 32(%[t]), %%ymm1\n\t"    \
-  "vmovups 64(%[t]), %%ymm2\n\t vmovups 96(%[t]), %%ymm3\n\t"   \
-  "vmovups 128(%[t]), %%ymm4\n\t vmovups 160(%[t]), %%ymm5\n\t" \
-  "vmovups 192(%[t]), %%ymm6\n\t vmovups 224(%[t]), %%ymm7\n\t" \
-  "vmovups 256(%[t]), %%ymm8\n\t vmovups 288(%[t]), %%ymm9\n\t" \
-  "vmovups 320(%[t]), %%ymm10\n\t vmovups 352(%[t]), %%ymm11\n\t"
-#define NUMBRA_6X16_STORE_SUMS                                  \
-  "vmovups %%ymm0, 0(%[t])\n\t vmovups %%ymm1, 32(%[t])\n\t"    \
-  "vmovups %%ymm2, 64(%[t])\n\t vmovups %%ymm3, 96(%[t])\n\t"   \
-  "vmovups %%ymm4, 128(%[t])\n\t vmovups %%ymm5, 160(%[t])\n\t" \
-  "vmovups %%ymm6, 192(%[t])\n\t vmovups %%ymm7, 224(%[t])\n\t" \
-  "vmovups %%ymm8, 256(%[t])\n\t vmovups %%ymm9, 288(%[t])\n\t" \
-  "vmovups %%ymm10, 320(%[t])\n\t vmovups %%ymm11, 352(%[t])\n\t"
+  "+32(%%rdx), %%ymm13\n\t" NUMBRA_ROW_STEP(STEP, j, "(%%rsi)", "%[lo0]", "%[hi0]") \
+      NUMBRA_ROW_STEP(STEP, j, "(%%rsi,%%rcx,1)", "%[lo1]", "%[hi1]")               \
+          NUMBRA_ROW_STEP(STEP, j, "(%%rsi,%%rcx,2)", "%[lo2]", "%[hi2]")           \
+              NUMBRA_ROW_STEP(STEP, j, "(%%rdi)", "%[lo3]", "%[hi3]")               \
+                  NUMBRA_ROW_STEP(STEP, j, "(%%rdi,%%rcx,1)", "%[lo4]", "%[hi4]")   \
+                      NUMBRA_ROW_STEP(STEP, j, "(%%rdi,%%rcx,2)", "%[lo5]", "%[hi5]")
 // Runs of 16 steps, each asking for one line of both rows ahead, then
 // single steps.
 #define NUMBRA_6X16_LOOP(STEP) \
-  NUMBRA_6X16_LOAD_SUMS        \
-  "test %[runs], %[runs]\n\t"                                                        \
+  "mov 0(%[args]), %%rsi\n\t"                                                        \
+  "mov 8(%[args]), %%rdi\n\t"                                                        \
+  "mov 16(%[args]), %%rdx\n\t"                                                       \
+  "mov 24(%[args]), %%r8\n\t"                                                        \
+  "mov 32(%[args]), %%r9\n\t"                                                        \
+  "mov 40(%[args]), %%r10\n\t"                                                       \
+  "mov 48(%[args]), %%r11\n\t"                                                       \
+  "mov 56(%[args]), %%rcx\n\t"                                                       \
+  "test %%r10, %%r10\n\t"                                                            \
   "jz 2f\n\t"                                                                        \
   "1:\n\t"                                                                           \
-  "prefetcht0 (%[ahead0])\n\t"                                                       \
-  "prefetcht0 (%[ahead1])\n\t"                                                       \
+  "prefetcht0 (%%r8)\n\t"                                                            \
+  "prefetcht0 (%%r9)\n\t"                                                            \
   NUMBRA_DEPTH_STEP(STEP, 0) NUMBRA_DEPTH_STEP(STEP, 1) NUMBRA_DEPTH_STEP(STEP, 2)   \
   NUMBRA_DEPTH_STEP(STEP, 3) NUMBRA_DEPTH_STEP(STEP, 4) NUMBRA_DEPTH_STEP(STEP, 5)   \
   NUMBRA_DEPTH_STEP(STEP, 6) NUMBRA_DEPTH_STEP(STEP, 7) NUMBRA_DEPTH_STEP(STEP, 8)   \
   NUMBRA_DEPTH_STEP(STEP, 9) NUMBRA_DEPTH_STEP(STEP, 10) NUMBRA_DEPTH_STEP(STEP, 11) \
   NUMBRA_DEPTH_STEP(STEP, 12) NUMBRA_DEPTH_STEP(STEP, 13) NUMBRA_DEPTH_STEP(STEP, 14) \
   NUMBRA_DEPTH_STEP(STEP, 15)                                                        \
-  "add $64, %[a0]\n\t"                                                               \
-  "add $64, %[a3]\n\t"                                                               \
-  "add $64, %[ahead0]\n\t"                                                           \
-  "add $64, %[ahead1]\n\t"                                                           \
-  "add $1024, %[b]\n\t"                                                              \
-  "dec %[runs]\n\t"                                                                  \
+  "add $64, %%rsi\n\t"                                                               \
+  "add $64, %%rdi\n\t"                                                               \
+  "add $64, %%r8\n\t"                                                                \
+  "add $64, %%r9\n\t"                                                                \
+  "add $1024, %%rdx\n\t"                                                             \
+  "dec %%r10\n\t"                                                                    \
   "jnz 1b\n\t"                                                                       \
   "2:\n\t"                                                                           \
-  "test %[rest], %[rest]\n\t"                                                        \
+  "test %%r11, %%r11\n\t"                                                            \
   "jz 4f\n\t"                                                                        \
   "3:\n\t"                                                                           \
   NUMBRA_DEPTH_STEP(STEP, 0)                                                         \
-  "add $4, %[a0]\n\t"                                                                \
-  "add $4, %[a3]\n\t"                                                                \
-  "add $64, %[b]\n\t"                                                                \
-  "dec %[rest]\n\t"                                                                  \
+  "add $4, %%rsi\n\t"                                                                \
+  "add $4, %%rdi\n\t"                                                                \
+  "add $64, %%rdx\n\t"                                                               \
+  "dec %%r11\n\t"                                                                    \
   "jnz 3b\n\t"                                                                       \
-  "4:\n\t"                                                                           \
-  NUMBRA_6X16_STORE_SUMS
-#define NUMBRA_6X16_OPERANDS                                                                 \
-  : [a0] "+r"(a0), [a3] "+r"(a3), [b] "+r"(b), [ahead0] "+r"(ahead0), [ahead1] "+r"(ahead1), \
-    [runs] "+r"(runs), [rest] "+r"(rest)                                                   \
-  : [lda] "r"(lda_bytes), [t] "r"(&t)                                                      \
-  : "ymm0", "ymm1", "ymm2", "ymm3", "ymm4", "ymm5", "ymm6", "ymm7", "ymm8", "ymm9", "ymm10", \
-    "ymm11", "ymm12", "ymm13", "ymm14", "ymm15", "cc", "memory"
+  "4:\n\t"
+// The loop's pointers and counts come in through memory, in registers of
+// its own (rsi, rdi: A's rows 0 and 3; rdx: B; r8, r9: rows ahead; r10, r11:
+// runs of 16 and single steps; rcx: lda in bytes): an asm statement takes at
+// most 30 operands, and the 12 sums, read and written, are 24 of them.
+// ymm12-15 are the step's own; the compiler places the sums in the rest.
+#define NUMBRA_6X16_OPERANDS                                                                  \
+  : [lo0] "+x"(t.lo[0]), [lo1] "+x"(t.lo[1]), [lo2] "+x"(t.lo[2]), [lo3] "+x"(t.lo[3]),        \
+    [lo4] "+x"(t.lo[4]), [lo5] "+x"(t.lo[5]), [hi0] "+x"(t.hi[0]), [hi1] "+x"(t.hi[1]),        \
+    [hi2] "+x"(t.hi[2]), [hi3] "+x"(t.hi[3]), [hi4] "+x"(t.hi[4]), [hi5] "+x"(t.hi[5])         \
+  : [args] "r"(&args)                                                                          \
+  : "rsi", "rdi", "rdx", "rcx", "r8", "r9", "r10", "r11", "ymm12", "ymm13", "ymm14", "ymm15", \
+    "cc", "memory"
 
 template <class MulAdd>
 [[gnu::always_inline]] inline void multiply_6x16_packed(SumTile<kStripRows>& t, const float* a,
                                                         std::ptrdiff_t lda, int k, const float* b,
                                                         const float* const ahead[2]) {
-  const std::ptrdiff_t lda_bytes = lda * std::ptrdiff_t(sizeof(float));
-  const float* a0 = a;
-  const float* a3 = a + 3 * lda;
-  const float* ahead0 = ahead[0];
-  const float* ahead1 = ahead[1];
-  long runs = k / kLineFloats, rest = k % kLineFloats;
+  struct {
+    const float *a0, *a3, *b, *ahead0, *ahead1;
+    long runs, rest;
+    std::ptrdiff_t lda_bytes;
+  } const args = {a,
+                  a + 3 * lda,
+                  b,
+                  ahead[0],
+                  ahead[1],
+                  k / kLineFloats,
+                  k % kLineFloats,
+                  lda * std::ptrdiff_t(sizeof(float))};
   if constexpr (MulAdd::kFused) {
     asm volatile(NUMBRA_6X16_LOOP(NUMBRA_FUSED_STEP) NUMBRA_6X16_OPERANDS);
   } else {
@@ -162,8 +164,6 @@ template <class MulAdd>
 }
 
 #undef NUMBRA_6X16_OPERANDS
-#undef NUMBRA_6X16_STORE_SUMS
-#undef NUMBRA_6X16_LOAD_SUMS
 #undef NUMBRA_6X16_LOOP
 #undef NUMBRA_DEPTH_STEP
 #undef NUMBRA_ROW_STEP
