@@ -9,8 +9,7 @@
 // work is ordered for the caches here:
 //  - B is packed once per column panel (sized below) and depth run, into
 //    slivers of 16 columns, before the strips of rows that use it. A is read
-//    in place, one broadcast per row and step, unless a strip's rows would
-//    share cache sets: then the strip is copied first.
+//    in place, one broadcast per row and step.
 //  - Up to kRegisterDepth the whole depth stays in registers and the sums go
 //    straight to C. Deeper products run in equal depth runs of at most
 //    kRunDepth: sums between runs wait in the workspace, one 6 by 16 tile
@@ -37,13 +36,12 @@ namespace numbra_internal {
 namespace {
 
 constexpr int kRegisterDepth = 1024;
-constexpr int kRunDepth = 1024;
+constexpr int kRunDepth = 512;
 constexpr int kPanelWidth = 256;
 // A panel is read once per strip: for many strips it is sized to stay in the
 // second-level cache; for a few, it may be wider, so that packing reads long
 // pieces of B's rows.
 constexpr int kPanelFloats = 65536;
-constexpr int kCopiedAPanelFloats = 131072;  // more slivers for each copy of A
 constexpr int kFewStripsPanelFloats = 262144;
 constexpr int kFewStrips = 16;
 constexpr int kWorkspaceFloats = 3 * kRegionFloats;
@@ -98,43 +96,7 @@ struct PanelProblem {
   std::ptrdiff_t ldc;  // the stride between blocks of 336 rows
   int n, k;
   const float* scales;  // alpha, beta
-  bool copies_a;        // whether strips of A are copied before use
 };
-
-// Whether three or more of a strip's rows of A fall into the same set of the
-// first-level cache (64 sets of 64-byte lines), as they do for strides of a
-// multiple of 512 floats: the kernel reads its rows side by side, and they
-// would push each other out.
-inline bool rows_share_cache_sets(std::ptrdiff_t lda) {
-  constexpr int kSets = 64, kLineBytes = 64;
-  int rows_in_set[kSets] = {};
-  std::ptrdiff_t previous_line = -1;
-  for (int r = 0; r < kStripRows; ++r) {
-    // Rows within one line (strides below 16 floats) cost nothing.
-    const std::ptrdiff_t line = r * lda * std::ptrdiff_t(sizeof(float)) / kLineBytes;
-    if (line == previous_line) continue;
-    previous_line = line;
-    if (++rows_in_set[((line % kSets) + kSets) % kSets] >= 3) return true;
-  }
-  return false;
-}
-
-// Rows of a copied strip lie an odd number of cache lines apart, so that no
-// two of the six share a set.
-constexpr int copied_stride(int depth) {
-  return ((depth + kLineFloats - 1) / kLineFloats | 1) * kLineFloats;
-}
-constexpr int kCopiedStripFloats = kStripRows * copied_stride(kRegisterDepth);
-
-// Copies R rows of `depth` floats, lda apart, to rows `stride` apart.
-template <int R>
-void copy_strip(const float* a, std::ptrdiff_t lda, int depth, float* to, int stride) {
-  for (int r = 0; r < R; ++r, a += lda, to += stride) {
-    int l = 0;
-    for (; l + 8 <= depth; l += 8) _mm256_storeu_ps(to + l, _mm256_loadu_ps(a + l));
-    for (; l < depth; ++l) to[l] = a[l];
-  }
-}
 
 // Packs `depth` rows of `width` columns of B, ldb apart, into slivers of 16
 // columns, each `depth` rows of 16 floats; a short last sliver gets zeros
@@ -179,16 +141,9 @@ inline void pack_panel(const float* b, std::ptrdiff_t ldb, int depth, int width,
 // and one depth run [l0, l0 + depth) of run index `run` among `runs`.
 template <class MulAdd, Blend B, int R>
 void strip_times_panel(const PanelProblem& p, int i, int j0, int width, int l0, int depth, int run,
-                       int runs, const float* panel, float* partial, float* copied) {
+                       int runs, const float* panel, float* partial) {
   // Without depth, A and B are not read at all (and may be null).
   const float* a = depth > 0 ? p.a + i * p.lda + l0 : nullptr;
-  const float* a_rows = a;
-  std::ptrdiff_t a_stride = p.lda;
-  if (p.copies_a && depth > 0) {
-    a_stride = copied_stride(depth);
-    copy_strip<R>(a, p.lda, depth, copied, a_stride);
-    a_rows = copied;
-  }
   float* c = p.c + std::ptrdiff_t(i / kBlockEdge) * kBlockEdge * p.ldc +
              std::ptrdiff_t(i % kBlockEdge) * p.n + j0;
   const int slivers = (width + kSliverWidth - 1) / kSliverWidth;
@@ -208,7 +163,7 @@ void strip_times_panel(const PanelProblem& p, int i, int j0, int width, int l0, 
     } else {
       load(t, sums);
     }
-    multiply<R, MulAdd>(t, a_rows, a_stride, depth, sliver, ahead);
+    multiply<R, MulAdd>(t, a, p.lda, depth, sliver, ahead);
     if (run + 1 < runs) {
       store(t, sums);
     } else {
@@ -230,19 +185,16 @@ template <int R, class F>
 template <class MulAdd, Blend B>
 void sgemm_nn_panels(int m, const PanelProblem& p, float* ws) {
   const DepthRuns runs(p.k);
-  const int panel_floats = m <= kFewStrips * kStripRows ? kFewStripsPanelFloats
-                           : p.copies_a                 ? kCopiedAPanelFloats
-                                                        : kPanelFloats;
+  const int panel_floats = m <= kFewStrips * kStripRows ? kFewStripsPanelFloats : kPanelFloats;
   const int panel_width = std::max(
       kSliverWidth,
       std::min(kPanelWidth, panel_floats / std::max(runs.length, 1) / kSliverWidth * kSliverWidth));
-  // The workspace: a copied strip of A, the packed panel of B, partial sums.
-  float* copied = ws;
-  float* panel = copied + kCopiedStripFloats;
+  // The workspace: the packed panel of B, then partial sums.
+  float* panel = ws;
   float* partial = panel + runs.length * panel_width;
   const int group_rows = runs.count == 1
                              ? m
-                             : (kWorkspaceFloats - kCopiedStripFloats - runs.length * panel_width) /
+                             : (kWorkspaceFloats - runs.length * panel_width) /
                                    (panel_width / kSliverWidth * kTileFloats) * kStripRows;
   for (int g0 = 0; g0 < m; g0 += group_rows) {
     const int g1 = std::min(m, g0 + group_rows);
@@ -257,7 +209,7 @@ void sgemm_nn_panels(int m, const PanelProblem& p, float* ws) {
           float* sums = partial + std::ptrdiff_t((i - g0) / kStripRows) * slivers * kTileFloats;
           auto strip = [&](auto rows) {
             strip_times_panel<MulAdd, B, decltype(rows)::value>(p, i, j0, width, l0, depth, run,
-                                                                runs.count, panel, sums, copied);
+                                                                runs.count, panel, sums);
           };
           with_rows<kStripRows>(std::min(kStripRows, g1 - i), strip);
         }

@@ -57,7 +57,7 @@ void sgemm_nn(int m, int n, int k, float alpha, float* a, int lda, float* b, int
     return;
   }
   const float scales[2] = {alpha, beta};
-  const PanelProblem problem{a, lda, b, ldb, c, ldc, n, k, scales, rows_share_cache_sets(lda)};
+  const PanelProblem problem{a, lda, b, ldb, c, ldc, n, k, scales};
   with_blend(choose_blend(alpha, beta),
              [&](auto rule) { sgemm_nn_panels<MulAdd, decltype(rule)::value>(m, problem, ws); });
 }
