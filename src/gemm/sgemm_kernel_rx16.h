@@ -144,7 +144,7 @@ template <class MulAdd>
 [[gnu::always_inline]] inline void multiply_6x16_packed(SumTile<kStripRows>& t, const float* a,
                                                         std::ptrdiff_t lda, int k, const float* b,
                                                         const float* const ahead[2]) {
-  struct {
+  struct {  // in the loop's order: eight 8-byte fields at offsets 0 to 56
     const float *a0, *a3, *b, *ahead0, *ahead1;
     long runs, rest;
     std::ptrdiff_t lda_bytes;
@@ -156,6 +156,7 @@ template <class MulAdd>
                   k / kLineFloats,
                   k % kLineFloats,
                   lda * std::ptrdiff_t(sizeof(float))};
+  static_assert(sizeof(args) == 64);
   if constexpr (MulAdd::kFused) {
     asm volatile(NUMBRA_6X16_LOOP(NUMBRA_FUSED_STEP) NUMBRA_6X16_OPERANDS);
   } else {

@@ -112,11 +112,10 @@ inline void pack_panel(const float* b, std::ptrdiff_t ldb, int depth, int width,
   const std::ptrdiff_t sliver_floats = std::ptrdiff_t(depth) * kSliverWidth;
   for (int l0 = 0; l0 < depth; l0 += kBlockRows, b += kBlockRows * ldb) {
     const int rows = std::min(kBlockRows, depth - l0);
-    if (l0 + kBlockRows < depth) {
-      for (int r = 0; r < std::min(kBlockRows, depth - l0 - kBlockRows); ++r)
-        for (int j = 0; j < width; j += kLineFloats)
-          _mm_prefetch(reinterpret_cast<const char*>(b + (kBlockRows + r) * ldb + j), _MM_HINT_T0);
-    }
+    const int next_rows = std::min(kBlockRows, depth - l0 - kBlockRows);  // none past the end
+    for (int r = 0; r < next_rows; ++r)
+      for (int j = 0; j < width; j += kLineFloats)
+        _mm_prefetch(reinterpret_cast<const char*>(b + (kBlockRows + r) * ldb + j), _MM_HINT_T0);
     float* block = panel + l0 * kSliverWidth;
     for (int s = 0; s < full; ++s) {
       const float* from = b + s * kSliverWidth;
