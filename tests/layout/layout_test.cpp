@@ -109,8 +109,8 @@ TYPED_TEST(LayoutTest, GeamMatchesItsDefinition) {
       .test_placements(geam_operators<TypeParam>());
 }
 
-// Around the 32-byte squares (4 doubles, 8 floats) and the tiles (32
-// doubles, 64 floats); 250 and 256 rows give destination rows 1 KiB apart
+// Around the 32-byte squares (4 doubles, 8 floats) and the tiles (64 of
+// either); 250 and 256 rows give destination rows 1 KiB apart
 // (with pads of 3, stretched to 6, and none), which go through the tile
 // buffer.
 TYPED_TEST(LayoutTest, TransposeOfEveryShapeAroundTheTileEdge) {
