@@ -3,6 +3,8 @@
 // old output unread) and old * beta otherwise. Row sums have one accumulator
 // of T and run in ascending order; only element loops use vector steps.
 
+#include <algorithm>
+
 #include "common/call_frame.h"
 #include "numbra.h"
 #include "simd/element_loop.h"
@@ -98,23 +100,46 @@ void x86MatrixAvgByRow(int, unsigned long m, unsigned long n, unsigned long lda,
                        const T* a, T beta, T* y) {
   // Each element over its row's sum, with no guard on the sum. The sum is
   // complete before the row is stored, so y may be a itself.
-  if (n == 0) return;
-  for (unsigned long r = 0; r < m; ++r) {
-    const T* ar = a + r * lda;
-    T* yr = y + r * lda;
-    const T s = ascending_sum(n, ar);
+  if (n == 0 || m == 0) return;
+  auto write_piece = [&](unsigned long r, T s, unsigned long j0, unsigned long count) {
+    const T* ar = a + r * lda + j0;
+    T* yr = y + r * lda + j0;
     if (numbra_internal::zero_beta(beta)) {
       map_elements(
-          n, yr, [alpha, s](auto aj) { return (aj * alpha) / s + T(0); }, ar);
+          count, yr, [alpha, s](auto aj) { return (aj * alpha) / s + T(0); }, ar);
     } else {
       map_elements(
-          n, yr,
+          count, yr,
           [alpha, s, beta](auto aj, auto yj) {
             const auto share = (aj * alpha) / s;
             return share + yj * beta;
           },
           ar, yr);
     }
+  };
+  // A row's sum is one chain of dependent adds, which leaves the divider
+  // idle. So, where a row of y cannot reach the next row of a (the rows of
+  // both lie lda apart, so one test answers for every pair), the next row's
+  // sum goes in pieces between the pieces of this row's quotients, and the
+  // two run side by side. Each sum still adds its row in ascending order,
+  // from elements that this row's stores do not reach.
+  constexpr unsigned long kPiece = 64;
+  const bool side_by_side = m > 1 && ranges_are_disjoint(y, n, a + lda, n);
+  T s = ascending_sum(n, a);
+  for (unsigned long r = 0; r < m; ++r) {
+    const T* next_row = a + (r + 1) * lda;
+    if (!side_by_side || r + 1 == m) {
+      write_piece(r, s, 0, n);
+      if (r + 1 < m) s = ascending_sum(n, next_row);
+      continue;
+    }
+    T next = T(0);
+    for (unsigned long j0 = 0; j0 < n; j0 += kPiece) {
+      const unsigned long count = std::min(kPiece, n - j0);
+      write_piece(r, s, j0, count);
+      for (unsigned long j = j0; j < j0 + count; ++j) next = next + next_row[j];
+    }
+    s = next;
   }
 }
 

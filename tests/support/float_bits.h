@@ -123,6 +123,16 @@ std::vector<T> mixed_values(std::size_t n, std::uint32_t seed) {
   return v;
 }
 
+// Values whose sums stay finite, so that their rounding shows.
+template <typename T>
+std::vector<T> finite_values(std::size_t n, std::uint32_t seed) {
+  std::vector<T> v = mixed_values<T>(n, seed);
+  for (T& x : v) {
+    if (!std::isfinite(x) || std::fabs(x) > T(1e6)) x = T(0.1) * T(&x - v.data());
+  }
+  return v;
+}
+
 // Lengths on both sides of the 128-bit lane counts and well beyond them.
 inline const std::vector<unsigned long>& boundary_lengths() {
   static const std::vector<unsigned long> lengths = {0,  1,  2,  3,  4,  5,   6,    7,   8,  9,

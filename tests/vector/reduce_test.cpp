@@ -11,6 +11,7 @@
 #include "support/operator_tester.h"
 
 namespace nb = ZETL::numbra;
+using numbra_test::finite_values;
 using numbra_test::mixed_values;
 using numbra_test::Operator;
 using numbra_test::Shape;
@@ -22,16 +23,6 @@ template <typename T>
 const T kMaxStart = T(std::numeric_limits<float>::min());
 template <typename T>
 const T kMinStart = T(std::numeric_limits<float>::max());
-
-// Values whose sums stay finite, so that their rounding shows.
-template <typename T>
-std::vector<T> finite_values(std::size_t n, std::uint32_t seed) {
-  std::vector<T> v = mixed_values<T>(n, seed);
-  for (T& x : v) {
-    if (!std::isfinite(x) || std::fabs(x) > T(1e6)) x = T(0.1) * T(&x - v.data());
-  }
-  return v;
-}
 
 // No negative values, so that a minimum is often a zero of either sign.
 template <typename T>
