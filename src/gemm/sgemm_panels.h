@@ -42,7 +42,7 @@ constexpr int kPanelWidth = 256;
 // second-level cache; for a few, it may be wider, so that packing reads long
 // pieces of B's rows.
 constexpr int kPanelFloats = 65536;
-constexpr int kFewStripsPanelFloats = 262144;
+constexpr int kFewStripsPanelFloats = 131072;
 constexpr int kFewStrips = 16;
 constexpr int kWorkspaceFloats = 3 * kRegionFloats;
 constexpr int kTileFloats = kStripRows * kSliverWidth;
