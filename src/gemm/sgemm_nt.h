@@ -35,9 +35,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <numeric>
-#include <type_traits>
 
 #include "common/call_frame.h"
+#include "gemm/sgemm_rows.h"
 #include "simd/element_loop.h"
 
 namespace numbra_internal {
@@ -318,21 +318,11 @@ void block_steps(const NtBlock& blk, const RowRuns& a_runs, int a_origin, int j0
                  int k1, __m256* acc) {
   k1 = std::min(k1, blk.main_extent);
   if (k1 <= k0) return;
-  auto steps = [&](auto rows) {
+  with_rows<4>(blk.rows, [&](auto rows) {
     constexpr int R = decltype(rows)::value;
     steps_over_columns<R, register_columns<MulAdd>(R), MulAdd>(blk, a_runs, a_origin, j0, end, k0,
                                                                k1, acc);
-  };
-  switch (blk.rows) {
-    case 4:
-      return steps(std::integral_constant<int, 4>());
-    case 3:
-      return steps(std::integral_constant<int, 3>());
-    case 2:
-      return steps(std::integral_constant<int, 2>());
-    default:
-      return steps(std::integral_constant<int, 1>());
-  }
+  });
 }
 
 // The K tails and outputs of one block's tiles in columns [j0, end).
@@ -341,17 +331,14 @@ void finish_over_columns(const NtBlock& blk, int j0, int end, const __m256* acc)
   for (int j = j0; j < end; j += C) finish_tile<R, C>(blk, j, acc + (j - j0) * R);
 }
 
+// The finishing tiles' widths by rows: 4, 8, 9 and 8 elements a tile.
+constexpr int kFinishColumns[] = {4, 4, 3, 2};
+
 inline void block_finish(const NtBlock& blk, int j0, int end, const __m256* acc) {
-  switch (blk.rows) {
-    case 4:
-      return finish_over_columns<4, 2>(blk, j0, end, acc);
-    case 3:
-      return finish_over_columns<3, 3>(blk, j0, end, acc);
-    case 2:
-      return finish_over_columns<2, 4>(blk, j0, end, acc);
-    default:
-      return finish_over_columns<1, 4>(blk, j0, end, acc);
-  }
+  with_rows<4>(blk.rows, [&](auto rows) {
+    constexpr int R = decltype(rows)::value;
+    finish_over_columns<R, kFinishColumns[R - 1]>(blk, j0, end, acc);
+  });
 }
 
 // The blocks blk[0..count) through B together, then their leftover columns.

@@ -26,10 +26,10 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <type_traits>
 
 #include "gemm/sgemm_blend.h"
 #include "gemm/sgemm_kernel_rx16.h"
+#include "gemm/sgemm_rows.h"
 #include "gemm/sgemm_tiles.h"
 
 namespace numbra_internal {
@@ -169,16 +169,6 @@ void strip_times_panel(const PanelProblem& p, int i, int j0, int width, int l0, 
       write_back<B>(t, c + j, p.n, columns, p.scales);
     }
   }
-}
-
-// Calls f(std::integral_constant<int, rows>{}) for rows from 1 to R, so that
-// each strip height has its kernel compiled.
-template <int R, class F>
-[[gnu::always_inline]] inline void with_rows(int rows, F&& f) {
-  if constexpr (R > 1) {
-    if (rows < R) return with_rows<R - 1>(rows, f);
-  }
-  f(std::integral_constant<int, R>{});
 }
 
 template <class MulAdd, Blend B>

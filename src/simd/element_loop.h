@@ -66,18 +66,18 @@ inline void prefetch_ahead(const T* p) {
   asm volatile("prefetcht0 512(%0)" : : "r"(p));
 }
 
-// Hands vector_at(i) to put(i, v) for the lane groups from i on, a cache
-// line of them at a time, asking for the inputs ahead once per line.
-// Returns where it stopped: before the last partial line.
-template <typename T, class Put, class VectorAt, class PrefetchAt>
-inline unsigned long put_lines(unsigned long i, unsigned long n, Put put, VectorAt vector_at,
-                               PrefetchAt prefetch_at) {
+// Stores out[i..] = vector_at(i) for the lane groups from i on, a cache line
+// of them at a time, asking for the inputs ahead once per line. Returns
+// where it stopped: before the last partial line.
+template <typename T, class VectorAt, class PrefetchAt>
+inline unsigned long store_lines(unsigned long i, unsigned long n, T* out, VectorAt vector_at,
+                                 PrefetchAt prefetch_at) {
   using L = Lanes256<T>;
   constexpr unsigned long kLine = 64 / sizeof(T);
   for (; i + kLine <= n; i += kLine) {
     prefetch_at(i);
 #pragma GCC unroll 8
-    for (unsigned long j = 0; j < kLine; j += L::kCount) put(i + j, vector_at(i + j));
+    for (unsigned long j = 0; j < kLine; j += L::kCount) L::store(out + i + j, vector_at(i + j));
   }
   return i;
 }
@@ -107,7 +107,7 @@ inline void write_elements(unsigned long n, T* out, bool vectors, bool streaming
     // A store that straddles two cache lines costs two: a long loop aligns.
     if (n >= 4 * L::kCount) align_output();
     if (prefetched_operands(n * sizeof(T))) {
-      i = put_lines<T>(i, n, store, vector_at, prefetch_at);
+      i = store_lines(i, n, out, vector_at, prefetch_at);
     }
     // Four vectors a pass, each loaded and stored before the next is
     // loaded, so the chunk of the overlap test stays one vector.
